@@ -1,0 +1,68 @@
+#include "ImageBufferPool.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "PoolRelease.h"
+
+namespace ZTI {
+namespace {
+// Set when the pool has been destroyed at exit. Constant-initialised and trivially
+// destructible, so it stays readable by destructors that run after the pool's.
+std::atomic<bool> poolDestroyed{false};
+}  // namespace
+
+void releasePixelMemory(unsigned char* buffer, size_t size) {
+    if (buffer == nullptr) return;
+    if (poolDestroyed.load(std::memory_order_acquire)) {
+        std::free(buffer);
+        return;
+    }
+    ImageBufferPool::getInstance().releaseBuffer(buffer, size);
+}
+
+unsigned char* acquirePixelMemory(size_t size) {
+    return ImageBufferPool::getInstance().acquireBuffer(size);
+}
+
+ImageBufferPool& ImageBufferPool::getInstance() {
+    static ImageBufferPool pool;
+    return pool;
+}
+
+ImageBufferPool::ImageBufferPool() = default;
+
+ImageBufferPool::~ImageBufferPool() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& entry : freeBuffers_)
+        for (unsigned char* buffer : entry.second) std::free(buffer);
+    freeBuffers_.clear();
+    poolDestroyed.store(true, std::memory_order_release);
+}
+
+unsigned char* ImageBufferPool::acquireBuffer(size_t size) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // Best fit by size class: the first non-empty list at or above the request. Empty lists
+    // stay in the map (keys are never removed) and are skipped.
+    for (auto it = freeBuffers_.lower_bound(size); it != freeBuffers_.end(); ++it) {
+        if (!it->second.empty()) {
+            unsigned char* buffer = it->second.back();
+            it->second.pop_back();
+            return buffer;
+        }
+    }
+    static const size_t pageSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* fresh = nullptr;
+    if (posix_memalign(&fresh, pageSize, size) != 0) return nullptr;
+    return static_cast<unsigned char*>(fresh);
+}
+
+void ImageBufferPool::releaseBuffer(unsigned char* buffer, size_t size) {
+    if (buffer == nullptr) return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    freeBuffers_[size].push_back(buffer);
+}
+
+}  // namespace ZTI

@@ -1,0 +1,69 @@
+// GenICam PFNC pixel-format codes and the size rules derived from them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "PixelFormatList.h"
+
+/// A GenICam PFNC pixel-format code; 0 means no format. Plain codes such as 0x01080001
+/// may be passed wherever a format is expected.
+using PfncFormat_ = uint32_t;
+
+namespace ZTI {
+
+using PfncFormat_ = ::PfncFormat_;
+/// Another name of PfncFormat_, used in the conversion interfaces.
+using PIXEL_TYPE = PfncFormat_;
+
+/// Named PFNC codes, e.g. ZTI::Mono8 == 0x01080001.
+#define ZT_PFNC_CONSTANT(name, code, bits) constexpr PfncFormat_ name = code##u;
+#define ZT_PFNC_UNNAMED(code, bits)
+ZT_PFNC_FORMAT_LIST(ZT_PFNC_CONSTANT, ZT_PFNC_UNNAMED)
+#undef ZT_PFNC_CONSTANT
+#undef ZT_PFNC_UNNAMED
+
+/// Bits one pixel occupies in memory: bits 23..16 of the code.
+constexpr unsigned int getBitsPerPixel(PfncFormat_ format) { return (format >> 16) & 0xFFu; }
+
+/// Whole bytes one pixel occupies, rounded down (a 12-bit packed format gives 1): bits 23..19.
+constexpr unsigned int getBytesPerPixel(PfncFormat_ format) { return (format >> 19) & 0x1Fu; }
+
+/// Significant bits of one channel (Mono12 gives 12, RGB8 gives 8); 0 for codes the library
+/// does not know. Pure; callable from any thread.
+unsigned int getBitsPerChannel(PfncFormat_ format);
+
+/// Byte count of a tightly packed image (no row padding), computed as the library allocates:
+/// ((bitsPerPixel * ((width * height) mod 2^32)) mod 2^32) / 8, so very large sizes wrap.
+uint64_t getPackedByteCount(PfncFormat_ format, uint32_t width, uint32_t height);
+
+/// Bytes from one row to the next: 0 when format is 0, else
+/// (bytesPerPixel * width) mod 2^32 + paddingX.
+size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX);
+
+/// One known pixel format. `name` is the PFNC name, or null for codes the library knows only
+/// by number.
+struct PixelFormatInfo {
+    PfncFormat_ code;
+    const char* name;
+    unsigned int bitsPerChannel;
+};
+
+/// The table of known formats, in the order of the library's format list.
+struct PixelFormatRange {
+    const PixelFormatInfo* first;
+    const PixelFormatInfo* last;
+    const PixelFormatInfo* begin() const { return first; }
+    const PixelFormatInfo* end() const { return last; }
+    size_t size() const { return static_cast<size_t>(last - first); }
+};
+PixelFormatRange getPixelFormats();
+
+/// PFNC name of a code, or null when the code has no name in the library.
+const char* getPixelFormatName(PfncFormat_ format);
+
+/// Code of a PFNC name, compared without regard to case ("bayerrg12p" finds BayerRG12p);
+/// 0 when the name is unknown.
+PfncFormat_ findPixelFormat(const char* name);
+
+}  // namespace ZTI

@@ -1,0 +1,9 @@
+// Umbrella header: everything the image library offers.
+#pragma once
+
+#include "ImageBufferPool.h"
+#include "ImageUtil.h"
+#include "PixelFormat.h"
+#include "PixelUnpack.h"
+#include "ZTGrabResult.h"
+#include "ZTImage.h"
