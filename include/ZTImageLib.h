@@ -7,3 +7,6 @@
 #include "PixelUnpack.h"
 #include "ZTGrabResult.h"
 #include "ZTImage.h"
+#include "ImageConverter.h"
+#include "ImageConverterFactory.h"
+#include "ZTImageFormatConverter.h"
