@@ -10,3 +10,5 @@
 #include "ImageConverter.h"
 #include "ImageConverterFactory.h"
 #include "ZTImageFormatConverter.h"
+#include "HistogramEnhancement.h"
+#include "ImagePersistence.h"
