@@ -336,23 +336,22 @@ public:
             // this row is computed: each row spans page boundaries, where the hardware
             // prefetchers stop, so without this every row starts with cache misses.
             if (split < rows_)
-                prefetch(in_ + static_cast<size_t>(split) * cols_, cols_, 0);
+                prefetch<0>(in_ + static_cast<size_t>(split) * cols_, cols_);
             if (y + 1 < rows_)
-                prefetch(out_ + (static_cast<size_t>(y) + 1) * cols_ * 3, cols_ * 3, 1);
+                prefetch<1>(out_ + (static_cast<size_t>(y) + 1) * cols_ * 3,
+                            static_cast<size_t>(cols_) * 3);
             interpolateChroma(y);
         }
     }
 
 private:
-    static void prefetch(const uint16_t* p, int count, int forWrite)
+    // Asks for the cache lines of count samples from p, to be read (kWrite 0) or written (1).
+    template <int kWrite>
+    static void prefetch(const uint16_t* p, size_t count)
     {
-        constexpr int kLine = 64 / sizeof(uint16_t);
-        for (int i = 0; i < count; i += kLine) {
-            if (forWrite)
-                __builtin_prefetch(p + i, 1);
-            else
-                __builtin_prefetch(p + i, 0);
-        }
+        constexpr size_t kLineSamples = 64 / sizeof(uint16_t);
+        for (size_t i = 0; i < count; i += kLineSamples)
+            __builtin_prefetch(p + i, kWrite);
     }
 
     T* row(size_t index) { return work_.data() + index * halfLen_; }
@@ -434,15 +433,13 @@ void HamiltonAdams(unsigned short* in, unsigned short* out, int rows, int cols, 
 {
     if (rows < 1 || cols < 1)
         return;
-    if (out == nullptr)
-        fail("null output buffer");
+    if (in == nullptr || out == nullptr)
+        fail(in == nullptr ? "null input buffer" : "null output buffer");
     Phase phase;
     if (bitDepth < 1 || bitDepth > 16 || !resolvePattern(pattern, phase)) {
         std::memset(out, 0, static_cast<size_t>(rows) * cols * 3 * sizeof *out);
         return;
     }
-    if (in == nullptr)
-        fail("null input buffer");
     const int maxValue = (1 << bitDepth) - 1;
     if (bitDepth <= kMaxNarrowBits)
         Demosaicer<int16_t>(in, out, rows, cols, maxValue, phase).run();

@@ -211,6 +211,13 @@ TEST(HamiltonAdams, EmptyFrameTouchesNothing)
     }
 }
 
+TEST(HamiltonAdamsDeathTest, NullBufferAborts)
+{
+    Samples buffer(4 * 3);
+    EXPECT_DEATH(HamiltonAdams(nullptr, buffer.data(), 2, 2, 8, "RGGB"), "null input buffer");
+    EXPECT_DEATH(HamiltonAdams(buffer.data(), nullptr, 2, 2, 8, ""), "null output buffer");
+}
+
 // Frames of one to three rows or columns: exact-size buffers (AddressSanitizer catches any read
 // or write outside them), every output sample written and within range, input untouched.
 TEST(HamiltonAdams, TinyFramesStayInBoundsAndKeepInput)
