@@ -9,10 +9,11 @@
 //
 // HamiltonAdams does the same work whatever the picture; OpenCV's EA conversion branches on the
 // local gradients, so its time depends on the content. Two scenes are measured:
-//   natural: colour texture with the 1/f spectrum of natural images plus 2 DN of sensor noise;
+//   natural: colour texture whose amplitude falls as 1/f with spatial frequency, as in natural
+//            images, plus 2 DN (12 bits) of sensor noise;
 //   smooth:  noise-free shading, regular stripes and blocks, where those branches are
 //            predictable (OpenCV's best case seen so far).
-// The 16-bit runs take the wide-lane path that 8-bit sources widened to 16 bits also take.
+// The 16-bit runs measure the 32-bit-lane path that HamiltonAdams takes above 12 bits.
 
 #include <algorithm>
 #include <chrono>
@@ -52,7 +53,7 @@ cv::Mat makeFrame(Scene scene, int bits)
     cv::Mat rgb[3];
     if (scene == kNatural) {
         // Octaves of smoothly enlarged noise with amplitude proportional to their scale give the
-        // 1/f amplitude spectrum of natural images; the channels share one luminance texture.
+        // 1/f amplitude falloff of natural images; the channels share one luminance texture.
         cv::Mat octaves[2];
         for (cv::Mat& acc : octaves) {
             acc = cv::Mat::zeros(kRows, kCols, CV_32F);

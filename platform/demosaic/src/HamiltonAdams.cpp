@@ -33,8 +33,8 @@ constexpr int kPad = 2;
 // which in turn needs mosaic rows up to y+3: eight mosaic rows and four green rows suffice.
 constexpr int kMosaicRing = 8;
 constexpr int kGreenRing = 4;
-// Deepest bit depth whose intermediate values all fit int16 lanes (largest: 6M in the green
-// pass).
+// Deepest bit depth whose intermediate values all fit int16 lanes. The largest is 8M + 2 in the
+// diagonal pass: 32762 at 12 bits.
 constexpr int kMaxNarrowBits = 12;
 
 // The colour-filter layout resolved once per call, by row parity.
