@@ -179,6 +179,7 @@ int main(int argc, char** argv)
         }
 
     bool haBestAt16 = true;
+    std::vector<double> means(2 * patternCount * kMethodCount, 0.0);
     for (int d = 0; d < 2; ++d)
         for (int p = 0; p < patternCount; ++p) {
             std::printf("\nCPSNR (dB), %d bits, %s\n\n| image |", d == 0 ? 8 : 16,
@@ -186,7 +187,7 @@ int main(int argc, char** argv)
             for (const char* m : kMethods)
                 std::printf(" %s |", m);
             std::printf("\n|---|---:|---:|---:|\n");
-            double mean[kMethodCount] = {};
+            double* mean = &means[(d * patternCount + p) * kMethodCount];
             for (size_t i = 0; i < images.size(); ++i) {
                 std::printf("| %s |", names[i].c_str());
                 for (int m = 0; m < kMethodCount; ++m) {
@@ -198,8 +199,19 @@ int main(int argc, char** argv)
                     haBestAt16 = false;
             }
             std::printf("| **mean** |");
-            for (double v : mean)
-                std::printf(" **%.2f** |", v);
+            for (int m = 0; m < kMethodCount; ++m)
+                std::printf(" **%.2f** |", mean[m]);
+            std::printf("\n");
+        }
+    std::printf("\nMean CPSNR (dB) over %zu images\n\n| bits | pattern |", images.size());
+    for (const char* m : kMethods)
+        std::printf(" %s |", m);
+    std::printf("\n|---:|---|---:|---:|---:|\n");
+    for (int d = 0; d < 2; ++d)
+        for (int p = 0; p < patternCount; ++p) {
+            std::printf("| %d | %s |", d == 0 ? 8 : 16, kPatterns[p].name);
+            for (int m = 0; m < kMethodCount; ++m)
+                std::printf(" %.2f |", means[(d * patternCount + p) * kMethodCount + m]);
             std::printf("\n");
         }
     std::printf("\nHamilton-Adams best on every image and pattern at 16 bits: %s\n",
