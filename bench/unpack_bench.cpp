@@ -88,7 +88,9 @@ void runUnpack(benchmark::State& state, PfncFormat_ format, unsigned bits, Unpac
 
 void BM_Unpack10(benchmark::State& s) { runUnpack(s, 0x010A0046, 10, unpack10BitsPixelBuffer); }
 void BM_Unpack12p(benchmark::State& s) { runUnpack(s, 0x010C0047, 12, unpack12BitsPixelBuffer); }
-void BM_Unpack12Packed(benchmark::State& s) { runUnpack(s, 0x010C0006, 12, unpack12BitsPixelBuffer); }
+void BM_Unpack12Packed(benchmark::State& s) {
+    runUnpack(s, 0x010C0006, 12, unpack12BitsPixelBuffer);
+}
 void BM_Unpack10_plain_loop(benchmark::State& s) { runUnpack(s, 0x010A0046, 10, plainUnpack10); }
 void BM_Unpack12p_plain_loop(benchmark::State& s) { runUnpack(s, 0x010C0047, 12, plainUnpack12); }
 
@@ -107,7 +109,8 @@ void BM_CameraGrab(benchmark::State& state, PfncFormat_ format) {
         ZTI::ZTGrabResultPtr frame = camera->grab();
         benchmark::DoNotOptimize(frame);
     }
-    state.counters["frames_per_s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["frames_per_s"] =
+        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 // Attaching one frame to an image: an unpack into pool memory for packed formats, a view for
@@ -120,7 +123,8 @@ void BM_Attach(benchmark::State& state, PfncFormat_ format) {
         image.attachGrabResult(frame);
         benchmark::DoNotOptimize(image.getBuffer());
     }
-    state.counters["frames_per_s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["frames_per_s"] =
+        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ void sensorRow(const FrameFormat& format, const SceneCanvas& canvas, const Senso
         return;
     }
     const uint16_t* rgb = &canvas.rgb16[3 * first];
-    const unsigned channel[2] = {bayerChannel(format.sensor, 0, y), bayerChannel(format.sensor, 1, y)};
+    const unsigned channel[2] = {bayerChannel(format.sensor, 0, y),
+                                 bayerChannel(format.sensor, 1, y)};
     for (uint32_t x = 0; x < window.width; ++x) row[x] = rgb[3 * x + channel[x & 1]];
 }
 
@@ -103,7 +104,8 @@ void encodeSampleRows(const FrameFormat& format, const SceneCanvas& canvas,
         sensorRow(format, canvas, window, y, scratch.data());
         unsigned char* row = out + y * stride;
         if (format.encoding == Encoding::Sample8) {
-            for (uint32_t x = 0; x < window.width; ++x) row[x] = static_cast<unsigned char>(scratch[x] >> 8);
+            for (uint32_t x = 0; x < window.width; ++x)
+                row[x] = static_cast<unsigned char>(scratch[x] >> 8);
         } else {
             // Little-endian words, whatever the host.
             for (uint32_t x = 0; x < window.width; ++x) {
@@ -122,7 +124,8 @@ void encodeRgbRows(const FrameFormat& format, const SceneCanvas& canvas,
     const unsigned bytes = alpha ? 4 : 3;
     const unsigned first = bgr ? 2 : 0, last = bgr ? 0 : 2;
     for (uint32_t y = 0; y < window.height; ++y) {
-        const uint16_t* rgb = &canvas.rgb16[3 * ((size_t{y} + window.top) * canvas.width + window.left)];
+        const size_t start = (size_t{y} + window.top) * canvas.width + window.left;
+        const uint16_t* rgb = &canvas.rgb16[3 * start];
         unsigned char* row = out + y * stride;
         for (uint32_t x = 0; x < window.width; ++x) {
             unsigned char* px = row + bytes * x;
@@ -137,7 +140,8 @@ void encodeRgbRows(const FrameFormat& format, const SceneCanvas& canvas,
 void encodeYuvRows(const FrameFormat& format, const SceneCanvas& canvas,
                    const SensorWindow& window, unsigned char* out, size_t stride) {
     for (uint32_t y = 0; y < window.height; ++y) {
-        const uint8_t* ycc = &canvas.ycc8[3 * ((size_t{y} + window.top) * canvas.width + window.left)];
+        const size_t start = (size_t{y} + window.top) * canvas.width + window.left;
+        const uint8_t* ycc = &canvas.ycc8[3 * start];
         unsigned char* row = out + y * stride;
         switch (format.encoding) {
             case Encoding::Ycbcr:

@@ -42,12 +42,14 @@ Colour fromHsv(double hue, double saturation, double value) {
 
 // 6 x 4 patches: saturated primaries and secondaries (where demosaicing bleeds most), natural
 // tones, and a grey row.
+// clang-format off
 constexpr unsigned char kPatches[24][3] = {
-    {230, 20, 20},   {20, 200, 30},   {25, 40, 220},   {20, 210, 220},  {215, 30, 200},  {235, 220, 25},
-    {115, 82, 68},   {194, 150, 130}, {98, 122, 157},  {87, 108, 67},   {133, 128, 177}, {103, 189, 170},
-    {214, 126, 44},  {80, 91, 166},   {193, 90, 99},   {94, 60, 108},   {157, 188, 64},  {224, 163, 46},
-    {243, 243, 242}, {200, 200, 200}, {160, 160, 160}, {122, 122, 121}, {85, 85, 85},    {52, 52, 52},
+    {230, 20, 20}, {20, 200, 30}, {25, 40, 220}, {20, 210, 220}, {215, 30, 200}, {235, 220, 25},
+    {115, 82, 68}, {194, 150, 130}, {98, 122, 157}, {87, 108, 67}, {133, 128, 177}, {103, 189, 170},
+    {214, 126, 44}, {80, 91, 166}, {193, 90, 99}, {94, 60, 108}, {157, 188, 64}, {224, 163, 46},
+    {243, 243, 242}, {200, 200, 200}, {160, 160, 160}, {122, 122, 121}, {85, 85, 85}, {52, 52, 52},
 };
+// clang-format on
 
 // Where the parts of the colour scene lie on a canvas of a given size.
 class ColourLayout {
@@ -93,7 +95,8 @@ private:
 
     Colour ramp(double x, double y) const {
         const double t = w_ > 1 ? x / (w_ - 1) : 0;
-        const int stripe = std::min(3, static_cast<int>(4 * (y - chartBottom_) / (rampBottom_ - chartBottom_)));
+        const double band = (y - chartBottom_) / (rampBottom_ - chartBottom_);
+        const int stripe = std::min(3, static_cast<int>(4 * band));
         switch (stripe) {
             case 0: return {t, 0, 0};
             case 1: return {0, t, 0};
@@ -132,7 +135,8 @@ private:
             const double u = cx * std::cos(a) + cy * std::sin(a);
             const double v = -cx * std::sin(a) + cy * std::cos(a);
             const double half = 0.3 * std::min(partW, partH);
-            return mix(grey(0.85), grey(0.15), coverage(std::min(half - std::fabs(u), half - std::fabs(v))));
+            const double inside = std::min(half - std::fabs(u), half - std::fabs(v));
+            return mix(grey(0.85), grey(0.15), coverage(inside));
         }
         const double r = std::hypot(x - 0.5 * partW, y - 1.5 * partH);
         return mix({0.1, 0.6, 0.7}, {0.9, 0.1, 0.1}, coverage(0.35 * std::min(partW, partH) - r));
@@ -143,7 +147,9 @@ private:
     double starX_, starY_, starRadius_;
 };
 
-uint16_t to16(double v) { return static_cast<uint16_t>(std::lround(std::clamp(v, 0.0, 1.0) * 65535.0)); }
+uint16_t to16(double v) {
+    return static_cast<uint16_t>(std::lround(std::clamp(v, 0.0, 1.0) * 65535.0));
+}
 
 }  // namespace
 
@@ -156,9 +162,10 @@ void ycbcrFromRgb8(unsigned r, unsigned g, unsigned b, uint8_t out[3]) {
     // OpenCV's integer RGB to YCrCb: coefficients scaled by 2^14 and rounded, chroma offset
     // 128, saturated to 0..255.
     constexpr int kShift = 14, kHalf = 1 << (kShift - 1), kOffset = 128 << kShift;
-    const int y = (static_cast<int>(r) * 4899 + static_cast<int>(g) * 9617 + static_cast<int>(b) * 1868 + kHalf) >> kShift;
-    const int cr = (static_cast<int>(r) - y) * 11682 + kOffset + kHalf;
-    const int cb = (static_cast<int>(b) - y) * 9241 + kOffset + kHalf;
+    const int ri = static_cast<int>(r), gi = static_cast<int>(g), bi = static_cast<int>(b);
+    const int y = (ri * 4899 + gi * 9617 + bi * 1868 + kHalf) >> kShift;
+    const int cr = (ri - y) * 11682 + kOffset + kHalf;
+    const int cb = (bi - y) * 9241 + kOffset + kHalf;
     auto sat = [](int v) { return static_cast<uint8_t>(std::clamp(v >> kShift, 0, 255)); };
     out[0] = static_cast<uint8_t>(std::clamp(y, 0, 255));
     out[1] = sat(cb);
@@ -184,7 +191,8 @@ SceneCanvas renderColourScene(uint32_t width, uint32_t height, ScenePlanes plane
     if (planes.mono16) {
         canvas.mono16.resize(pixels);
         for (size_t i = 0; i < pixels; ++i)
-            canvas.mono16[i] = luma16(canvas.rgb16[3 * i], canvas.rgb16[3 * i + 1], canvas.rgb16[3 * i + 2]);
+            canvas.mono16[i] =
+                luma16(canvas.rgb16[3 * i], canvas.rgb16[3 * i + 1], canvas.rgb16[3 * i + 2]);
     }
     if (planes.ycc8) {
         canvas.ycc8.resize(3 * pixels);

@@ -94,7 +94,8 @@ std::string configProblem(const VirtualCameraConfig& config, const FrameFormat* 
     if (camera::isChromaShared(format->encoding) && config.width % 2 != 0)
         return name + " needs an even width (pixel pairs share their chroma), got " +
                std::to_string(config.width);
-    const uint64_t bytes = camera::frameByteCount(*format, config.width, config.height, config.paddingX);
+    const uint64_t bytes =
+        camera::frameByteCount(*format, config.width, config.height, config.paddingX);
     if (bytes > kMaxFrameBytes)
         return "a " + name + " frame of " + size + " with row padding " +
                std::to_string(config.paddingX) + " takes " + std::to_string(bytes) +
@@ -213,7 +214,8 @@ SceneRgb VirtualCamera::sceneRgb(uint64_t frame, uint32_t x, uint32_t y) const {
 
 uint16_t VirtualCamera::sensorValue(uint64_t frame, uint32_t x, uint32_t y) const {
     const State& s = *state_;
-    if (s.config.scene == VirtualScene::Polarization) return s.canvas.mono16[s.canvasIndex(frame, x, y)];
+    if (s.config.scene == VirtualScene::Polarization)
+        return s.canvas.mono16[s.canvasIndex(frame, x, y)];
     const SceneRgb c = sceneRgb(frame, x, y);
     switch (s.format->sensor) {
         case Sensor::BayerRG: case Sensor::BayerGR: case Sensor::BayerGB: case Sensor::BayerBG: {
@@ -231,7 +233,9 @@ ScenePolarization VirtualCamera::scenePolarization(uint64_t frame, uint32_t x, u
     return {r.s0, r.angleDegrees, r.degree};
 }
 
-double VirtualCamera::polarizerAngle(uint32_t x, uint32_t y) { return camera::polarizerAngleAt(x, y); }
+double VirtualCamera::polarizerAngle(uint32_t x, uint32_t y) {
+    return camera::polarizerAngleAt(x, y);
+}
 
 unsigned VirtualCamera::expectedSample(uint64_t frame, uint32_t x, uint32_t y,
                                        unsigned channel) const {
