@@ -175,8 +175,6 @@ unsigned storedSample(const ZTImage& image, const std::vector<uint16_t>& unpacke
     const PfncFormat_ code = image.getPixelType();
     const unsigned char* row = image.getBuffer() + y * image.getStride();
     const unsigned char *px3 = row + 3 * x, *px4 = row + 4 * x, *pair = row + 4 * (x / 2);
-    uint16_t word;
-    std::memcpy(&word, row + 2 * x, 2);
     switch (code) {
         case RGB8: case YCbCr8: return px3[c];
         case BGR8: return px3[2 - c];
@@ -185,8 +183,12 @@ unsigned storedSample(const ZTImage& image, const std::vector<uint16_t>& unpacke
         case YUV8_UYV: return px3[c == 0 ? 1 : c == 1 ? 0 : 2];
         case YUV422_8_UYVY: return pair[c == 0 ? 1 + 2 * (x % 2) : c == 1 ? 0 : 2];
         case YUV422_8: case YCbCr422_8: return pair[c == 0 ? 2 * (x % 2) : c == 1 ? 1 : 3];
-        default: return getBitsPerPixel(code) == 8 ? row[x] : word;  // mono and Bayer
+        default: break;  // mono and Bayer
     }
+    if (getBitsPerPixel(code) == 8) return row[x];
+    uint16_t word;
+    std::memcpy(&word, row + 2 * x, 2);
+    return word;
 }
 
 TEST(GrabResultAttach, EveryVirtualCameraFormatRoundTripsToTheScene) {
