@@ -7,3 +7,8 @@
 #include "PixelUnpack.h"
 #include "ZTGrabResult.h"
 #include "ZTImage.h"
+#include "ImageConverter.h"
+#include "ImageConverterFactory.h"
+#include "ZTImageFormatConverter.h"
+#include "HistogramEnhancement.h"
+#include "ImagePersistence.h"

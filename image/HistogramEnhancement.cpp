@@ -1,0 +1,164 @@
+#include "HistogramEnhancement.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "MatrixBridge.h"
+#include "ZTImageImpl.h"
+
+namespace ZTI {
+namespace {
+
+// The stretch of one sample: t = (v - low) / (high - low) x max in double precision, truncated
+// toward zero, clamped to [0, max]. Infinite results (high == low) clamp to max or 0 and the
+// undefined 0 / 0 gives 0, the same on every platform.
+inline uint16_t stretchSample(unsigned v, double low, double range, double max) {
+    const double t = (static_cast<double>(v) - low) / range * max;
+    if (!(t > 0.0)) return 0;  // also NaN
+    if (t >= max) return static_cast<uint16_t>(max);
+    return static_cast<uint16_t>(static_cast<int>(t));
+}
+
+// The mapping as a table over every input value, computed once per call; the pixel loops then
+// only look values up.
+std::vector<uint16_t> stretchTable(size_t size, unsigned low, unsigned high, double max) {
+    std::vector<uint16_t> table(size);
+    const double l = static_cast<double>(low);
+    const double range = static_cast<double>(high) - static_cast<double>(low);
+    for (size_t v = 0; v < size; ++v) table[v] = stretchSample(static_cast<unsigned>(v), l, range, max);
+    return table;
+}
+
+// Mono12 samples are 16-bit words that may hold values above 4095. When every such value maps
+// to one result (the usual case: the range ends inside 0..4095, so the mapping is saturated
+// there), a 4097-entry table with the index clamped at 4096 suffices; otherwise all 65536
+// values get an entry.
+std::vector<uint16_t> mono12Table(unsigned low, unsigned high) {
+    const double l = low, range = static_cast<double>(high) - static_cast<double>(low);
+    const bool saturatedAbove = (low < 4096 || high != low) &&
+                                stretchSample(4096, l, range, 4095.0) == stretchSample(65535, l, range, 4095.0);
+    return stretchTable(saturatedAbove ? 4097 : 65536, low, high, 4095.0);
+}
+
+void stretchMono8(const uint8_t* src, uint8_t* dst, size_t n, const std::vector<uint16_t>& table) {
+    uint8_t lut[256];
+    for (int i = 0; i < 256; ++i) lut[i] = static_cast<uint8_t>(table[i]);
+    for (size_t i = 0; i < n; ++i) dst[i] = lut[src[i]];
+}
+
+void stretchMono12(const unsigned char* src, unsigned char* dst, size_t n, const std::vector<uint16_t>& table) {
+    const size_t last = table.size() - 1;
+    for (size_t i = 0; i < n; ++i) {
+        // Little-endian 16-bit words, read bytewise: the buffers need not be aligned.
+        const unsigned v = src[2 * i] | (src[2 * i + 1] << 8);
+        const uint16_t out = table[v < last ? v : last];
+        dst[2 * i] = static_cast<unsigned char>(out);
+        dst[2 * i + 1] = static_cast<unsigned char>(out >> 8);
+    }
+}
+
+// Reading and writing one pixel of a three-byte pair at byte b. `second` selects the pair's
+// second pixel, whose bytes are the shared middle byte (at b) and the last byte (at b + 1).
+struct PackedLayout {
+    bool lsbFirst;  // Mono12p; otherwise Mono12Packed
+
+    unsigned read(const unsigned char* p, bool second) const {
+        if (!second) return lsbFirst ? (p[0] | ((p[1] & 0x0Fu) << 8)) : ((p[0] << 4) | (p[1] & 0x0Fu));
+        return lsbFirst ? ((p[0] >> 4) | (p[1] << 4)) : ((p[1] << 4) | (p[0] >> 4));
+    }
+    void write(unsigned char* p, bool second, unsigned v) const {
+        if (!second) {
+            p[0] = static_cast<unsigned char>(lsbFirst ? v : v >> 4);
+            p[1] = static_cast<unsigned char>((p[1] & 0xF0u) | (lsbFirst ? v >> 8 : v & 0x0Fu));
+        } else {
+            p[0] = static_cast<unsigned char>((p[0] & 0x0Fu) | ((v & 0x0Fu) << 4));
+            p[1] = static_cast<unsigned char>(v >> 4);
+        }
+    }
+};
+
+void stretchPacked(unsigned char* buf, size_t width, size_t height, PackedLayout layout,
+                   const std::vector<uint16_t>& table) {
+    if (width % 2 == 0) {
+        // Even widths: every row starts a pair, so the image is one stream of pairs.
+        const size_t pairs = width * height / 2;
+        for (size_t i = 0; i < pairs; ++i) {
+            unsigned char* p = buf + 3 * i;
+            const unsigned first = table[layout.read(p, false)];
+            const unsigned second = table[layout.read(p + 1, true)];
+            layout.write(p, false, first);
+            layout.write(p + 1, true, second);
+        }
+        return;
+    }
+    // Odd widths: the byte comes from the row's bit offset and the half of the pair from the
+    // column's parity, as the library has always addressed these rows.
+    for (size_t y = 0; y < height; ++y) {
+        for (size_t x = 0; x < width; ++x) {
+            const bool second = (x & 1) != 0;
+            unsigned char* p = buf + (3 * width * y + 3 * x) / 2;
+            layout.write(p, second, table[layout.read(p, second)]);
+        }
+    }
+}
+
+}  // namespace
+
+int histStretch(ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high) {
+    const PfncFormat_ format = src.getPixelType();
+    if (format != Mono8 && format != Mono12 && format != Mono12Packed && format != Mono12p) {
+        std::fputs("Unsupported format.\n", stderr);
+        return -1;
+    }
+    const bool packed = format == Mono12Packed || format == Mono12p;
+    unsigned char* srcBuffer = packed ? nullptr : src.getBuffer();
+    unsigned char* dstBuffer = dst.getBuffer();
+    const size_t height = src.getHeight(), width = src.getWidth();
+    if (height < 1 || width < 1) return 0;
+
+    // Bytes the layout touches: whole pixels for Mono8 and Mono12; for the packed formats the
+    // pairs, or with odd widths the two bytes read for the last pixel (one past the packed
+    // size when the pixel count is odd).
+    const uint64_t pixels = static_cast<uint64_t>(width) * height;
+    uint64_t needed = format == Mono8 ? pixels : 2 * pixels;
+    if (packed)
+        needed = width % 2 == 0 ? 3 * pixels / 2 : (3 * width * (height - 1) + 3 * (width - 1)) / 2 + 2;
+    if (dstBuffer == nullptr || readableBytes(dst) < needed ||
+        (!packed && (srcBuffer == nullptr || readableBytes(src) < needed)))
+        return -1;
+
+    if (format == Mono8) {
+        stretchMono8(srcBuffer, dstBuffer, pixels, stretchTable(256, low, high, 255.0));
+    } else if (format == Mono12) {
+        stretchMono12(srcBuffer, dstBuffer, pixels, mono12Table(low, high));
+    } else {
+        stretchPacked(dstBuffer, width, height, PackedLayout{format == Mono12p},
+                      stretchTable(4096, low, high, 4095.0));
+    }
+    return 0;
+}
+
+int histEqual(ZTImage& src, ZTImage& dst) {
+    if (!src.isValid() || !dst.isValid()) return -1;
+    const PfncFormat_ format = src.getPixelType();
+    // 8-bit one-channel images only; others are left alone.
+    if (getBitsPerPixel(format) != 8 || channelCount(format) != 1) return 0;
+    if (get_cv_mat_type(dst.getPixelType()) != CV_8UC1 || dst.getWidth() != src.getWidth() ||
+        dst.getHeight() != src.getHeight())
+        return -1;
+    const uint64_t bytes = static_cast<uint64_t>(src.getWidth()) * src.getHeight();
+    if (readableBytes(src) < bytes || readableBytes(dst) < bytes) return -1;
+
+    const int rows = static_cast<int>(src.getHeight()), cols = static_cast<int>(src.getWidth());
+    const cv::Mat in(rows, cols, CV_8UC1, src.getBuffer());
+    cv::Mat out(rows, cols, CV_8UC1, dst.getBuffer());
+    cv::equalizeHist(in, out);
+    return 0;
+}
+
+}  // namespace ZTI

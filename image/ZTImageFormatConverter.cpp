@@ -1,0 +1,55 @@
+#include "ZTImageFormatConverter.h"
+
+#include <cstdio>
+
+#include "Assert.h"
+#include "ImageConverterFactory.h"
+
+namespace ZTI {
+
+ZTImageFormatConverter::ZTImageFormatConverter() = default;
+
+PIXEL_TYPE ZTImageFormatConverter::getOutputFormat() const { return outputFormat_; }
+
+void ZTImageFormatConverter::setOutputFormat(PIXEL_TYPE fmt) {
+    // Only these six are refused; every other value is stored unchecked, and convert then
+    // reports a missing pair with -1.
+    bool validOutputFormat = true;
+    switch (fmt) {
+        case BayerGR8: case BayerRG8: case BayerGB8: case BayerBG8:
+        case YUV422_8_UYVY: case YUV422_8:
+            validOutputFormat = false;
+            break;
+        default:
+            break;
+    }
+    if (!validOutputFormat) {
+        std::fputs("Invalid output format.\n", stderr);
+        ZT_ASSERT(validOutputFormat == true);
+    }
+    outputFormat_ = fmt;
+}
+
+int ZTImageFormatConverter::convert(ZTImage& dst, const ZTImage& src) {
+    if (dst.getPixelType() != outputFormat_ || dst.getWidth() != src.getWidth() ||
+        dst.getHeight() != src.getHeight())
+        dst.reset(outputFormat_, src.getWidth(), src.getHeight());
+
+    if (dst.getPixelType() == src.getPixelType()) {
+        dst = src;
+        return 0;
+    }
+
+    const FormatPair key{dst.getPixelType(), src.getPixelType()};
+    auto it = converterCache_.find(key);
+    if (it == converterCache_.end()) {
+        // Pairs without a converter are remembered too, so the factory is asked only once.
+        std::shared_ptr<IImageConverter> converter = ImageConverterFactory().createConverter(key.first, key.second);
+        it = converterCache_.emplace(key, std::move(converter)).first;
+    }
+    if (!it->second) return -1;
+    it->second->convert(dst, src);
+    return 0;
+}
+
+}  // namespace ZTI

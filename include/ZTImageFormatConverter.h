@@ -1,0 +1,38 @@
+// The front end of pixel-format conversion.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "ImageConverter.h"
+
+namespace ZTI {
+
+/// Converts images into one output format. Remembers the converter of each (destination,
+/// source) pair it has used, and pairs that have none, so a stream of frames creates no
+/// converter after the first. One object must be used by one thread at a time.
+class ZTImageFormatConverter {
+public:
+    /// Output format 0 (none) and an empty cache.
+    ZTImageFormatConverter();
+
+    PIXEL_TYPE getOutputFormat() const;
+
+    /// Sets the format `convert` produces. Any value is accepted except the formats the
+    /// library never produces as output: the four 8-bit Bayer formats, YUV422_8_UYVY and
+    /// YUV422_8, which print "Invalid output format." and abort (a programming error).
+    void setOutputFormat(PIXEL_TYPE fmt);
+
+    /// Converts `src` into `dst` in the output format. `dst` is reset to the output format and
+    /// the source's size only when it differs, so a stream into the same destination reuses
+    /// its memory. Returns 0 on success (equal formats give a deep copy), -1 when no
+    /// conversion exists for the pair; `dst` then has the output format and the source's size
+    /// with undefined contents.
+    int convert(ZTImage& dst, const ZTImage& src);
+
+private:
+    std::map<FormatPair, std::shared_ptr<IImageConverter>, FormatPairLess> converterCache_;
+    PIXEL_TYPE outputFormat_ = 0;
+};
+
+}  // namespace ZTI

@@ -1,0 +1,60 @@
+// Deep copies that never share memory with their source.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "ImageUtil.h"
+#include "ZTImageImpl.h"
+
+using namespace ZTI;
+
+TEST(ImageClone, InvalidSourcesGiveNothing) {
+    EXPECT_EQ(imageutil::cloneShared(ZTImage()), nullptr);
+    EXPECT_FALSE(imageutil::cloneValue(ZTImage()).isValid());
+}
+
+TEST(ImageClone, ClonesOfAFrameOwnTheirPixelsAndLetTheFrameGo) {
+    int released = 0;
+    std::vector<unsigned char> frameMemory(8 * 4);
+    for (size_t i = 0; i < frameMemory.size(); ++i) frameMemory[i] = static_cast<unsigned char>(i);
+    std::shared_ptr<ZTImage> shared;
+    ZTImage value;
+    {
+        ZTImage image;
+        image.attachGrabResult(createGrabResult(Mono8, 8, 4, 0, frameMemory.data(), 32, [&] { ++released; }));
+        shared = imageutil::cloneShared(image);
+        value = imageutil::cloneValue(image);
+    }
+    EXPECT_EQ(released, 1) << "clones must not hold the frame";
+    for (const ZTImage* clone : {shared.get(), &value}) {
+        ASSERT_NE(clone, nullptr);
+        EXPECT_NE(clone->getBuffer(), frameMemory.data());
+        EXPECT_EQ(0, std::memcmp(clone->getBuffer(), frameMemory.data(), 32));
+    }
+}
+
+TEST(ImageClone, PaddedImagesKeepEveryRowAndThePadding) {
+    ZTImage padded = ZTImage::create(Mono16, 5, 3, 6);
+    const size_t stride = padded.getStride();  // 16
+    ASSERT_EQ(stride, 16u);
+    unsigned char* p = padded.getBuffer();
+    for (size_t i = 0; i < stride * 3; ++i) p[i] = static_cast<unsigned char>(i * 3 + 1);
+    for (auto clone : {*imageutil::cloneShared(padded), imageutil::cloneValue(padded)}) {
+        EXPECT_EQ(clone.getpaddingX(), 6);
+        EXPECT_EQ(clone.getStride(), stride);
+        EXPECT_EQ(0, std::memcmp(clone.getBuffer(), p, stride * 3));
+    }
+}
+
+TEST(ImageClone, NeverReadsBeyondACallersStatedSize) {
+    // A caller's buffer that holds fewer bytes than stride x height: the clone copies what
+    // exists and ASan would flag any read past it.
+    std::vector<unsigned char> caller(40, 0x5A);
+    ZTImage attached;
+    attached.attachUserBuffer(caller.data(), caller.size(), Mono8, 10, 4, 4);  // stride 14
+    ZTImage clone = imageutil::cloneValue(attached);
+    ASSERT_TRUE(clone.isValid());
+    EXPECT_EQ(readableBytes(attached), 40u);
+    EXPECT_EQ(0, std::memcmp(clone.getBuffer(), caller.data(), caller.size()));
+}
