@@ -1,0 +1,143 @@
+// Single polarizer-angle planes of polarized-sensor frames and their 2 x 2 tiling.
+#include <cstring>
+
+#include "Polarization.h"
+#include "PolarizationBridge.h"
+#include "PolarizationProducts.h"
+#include "ZTImageImpl.h"
+
+namespace ZTI {
+
+namespace {
+
+using polarization::describe;
+using polarization::isFilled;
+using polarization::makeWorkingImage;
+
+/// A record of the whole 2 x 2 cells of `work`: the library reads mosaics of even size, and
+/// an odd last row or column belongs to no cell.
+pol::ImageInfo describeCells(const ZTImage& work, unsigned char* data) {
+    pol::ImageInfo in = describe(work, data);
+    in.width &= ~1;
+    in.height &= ~1;
+    return in;
+}
+
+/// One element of `size` bytes, copied as a whole; byte arrays need no alignment, so caller
+/// buffers at any address are fine.
+template <size_t size>
+struct Element {
+    unsigned char bytes[size];
+};
+
+/// Copies the 2 x 2 cells of a packed source of `width` x `height` elements into the four
+/// quadrants of a packed destination of the same size.
+template <size_t elementSize>
+void tileCells(const unsigned char* src, unsigned char* dst, size_t width, size_t height) {
+    using E = Element<elementSize>;
+    const size_t w = width / 2;
+    const size_t h = height / 2;
+    for (size_t r = 0; r < h; ++r) {
+        const E* __restrict even = reinterpret_cast<const E*>(src) + 2 * r * width;
+        const E* __restrict odd = even + width;
+        E* __restrict top = reinterpret_cast<E*>(dst) + r * width;
+        E* __restrict bottom = reinterpret_cast<E*>(dst) + (h + r) * width;
+        for (size_t c = 0; c < w; ++c) {
+            top[c] = even[2 * c];
+            top[w + c] = even[2 * c + 1];
+            bottom[c] = odd[2 * c];
+            bottom[w + c] = odd[2 * c + 1];
+        }
+    }
+}
+
+/// Bytes from the start of a packed image of `width` x `height` elements to the end of the
+/// last element that the tiling reads or writes: row 2h - 1, column 2w - 1.
+uint64_t tiledBytes(uint64_t width, uint64_t height, uint64_t elementSize) {
+    return ((height / 2 * 2 - 1) * width + width / 2 * 2) * elementSize;
+}
+
+}  // namespace
+
+int ExtractPolarQuadrant(const ZTImage& src, ZTImage& dst, PolarizationQuadrant quadrant) {
+    using Extract = void (*)(const pol::ImageInfo&, pol::ImageInfo&);
+    static const Extract kExtract[] = {pol::ExtractPolarQuadrantI0, pol::ExtractPolarQuadrantI45,
+                                       pol::ExtractPolarQuadrantI90, pol::ExtractPolarQuadrantI135};
+    const int index = static_cast<int>(quadrant);
+    if (index < 0 || index > 3) return -1;
+    ZTImage work;
+    if (!makeWorkingImage(src, work)) return -1;
+    const pol::ImageInfo in = describeCells(work, work.getBuffer());
+    pol::ImageInfo plane;
+    kExtract[index](in, plane);
+    return polarization::publish(plane, Mono8, 1, dst) ? 0 : -1;
+}
+
+int ExtractFullPolarQuadrant(const ZTImage& src, ZTImage& dst) {
+    ZTImage work;
+    if (!makeWorkingImage(src, work)) return -1;
+    // Rows are described as packed (stride = width) whatever the working image's padding; the
+    // tiling below addresses the destination the same way. The library never writes its
+    // input, so the four calls share the working image's pixels.
+    pol::ImageInfo in = describeCells(work, work.getBuffer());
+    in.stride = static_cast<int>(work.getWidth());
+    pol::ImageInfo i0, i45, i90, i135;
+    pol::ExtractPolarQuadrantI0(in, i0);
+    pol::ExtractPolarQuadrantI45(in, i45);
+    pol::ExtractPolarQuadrantI90(in, i90);
+    pol::ExtractPolarQuadrantI135(in, i135);
+
+    const size_t width = work.getWidth();
+    const size_t w = width / 2;
+    const size_t h = src.getHeight() / 2;
+    const bool copies = w > 0 && h > 0;
+    // Each plane is read as h packed rows of w bytes: check that the library gave that much
+    // before the destination is touched.
+    for (const pol::ImageInfo* plane : {&i0, &i45, &i90, &i135})
+        if (copies && (!isFilled(*plane) || static_cast<size_t>(plane->width) != w ||
+                       plane->stride != plane->width || static_cast<size_t>(plane->height) < h))
+            return -1;
+
+    dst.reset(Mono8, src.getWidth(), src.getHeight());
+    if (!dst.isValid()) return -1;
+    if (!copies) return 0;
+    unsigned char* out = dst.getBuffer();
+    for (size_t r = 0; r < h; ++r) {
+        unsigned char* top = out + r * width;
+        unsigned char* bottom = out + (h + r) * width;
+        std::memcpy(top, i90.data + r * w, w);
+        std::memcpy(top + w, i45.data + r * w, w);
+        std::memcpy(bottom, i135.data + r * w, w);
+        std::memcpy(bottom + w, i0.data + r * w, w);
+    }
+    return 0;
+}
+
+int extractFullPolarQuadrant(const ZTImage& src, ZTImage& dst) {
+    if (!src.isValid()) return -1;
+    const unsigned bits = getBitsPerChannel(src.getPixelType());
+    const unsigned elementSize = bits <= 8 ? 1 : bits <= 16 ? 2 : 0;
+    const uint64_t width = src.getWidth();
+    const uint64_t height = src.getHeight();
+    const bool copies = elementSize != 0 && width > 1 && height > 1;
+    if (copies && readableBytes(src) < tiledBytes(width, height, elementSize)) return -1;
+
+    // Tiling an image onto itself: reset would free the pixels still to be read.
+    ZTImage aliasCopy;
+    const ZTImage* source = &src;
+    if (&src == &dst && copies) {
+        aliasCopy = src;
+        source = &aliasCopy;
+    }
+    dst.reset(src.getPixelType(), src.getWidth(), src.getHeight());
+    if (!dst.isValid()) return -1;
+    if (!copies) return 0;
+    if (readableBytes(dst) < tiledBytes(width, height, elementSize)) return -1;
+    if (elementSize == 1)
+        tileCells<1>(source->getBuffer(), dst.getBuffer(), width, height);
+    else
+        tileCells<2>(source->getBuffer(), dst.getBuffer(), width, height);
+    return 0;
+}
+
+}  // namespace ZTI
