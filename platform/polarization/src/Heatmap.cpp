@@ -40,7 +40,7 @@ constexpr unsigned char kPalette[kPaletteSize][3] = {
 ///   base + sum over k < n of step_k * clamp(s - k, 0, 1),
 /// step_k being the change of the channel from the k-th to the next palette entry along the
 /// ramp. That is linear between neighbouring entries and needs no table look-up per pixel,
-/// so it vectorizes; steps beyond n are 0, which keeps the number of terms fixed.
+/// so it vectorizes.
 class ColorRamp {
 public:
     explicit ColorRamp(const HeatmapOption& option)
@@ -69,38 +69,57 @@ public:
     }
 
     /// Channel `ch` (0 = R, 1 = G, 2 = B) at position s, rounded and saturated.
-    unsigned char channel(int ch, float s) const { return channelAt(steps_, base_, ch, s); }
+    unsigned char channel(int ch, float s) const {
+        return channelAt<kMaxSegments>(steps_, base_, ch, s);
+    }
 
     /// Colours a row of DoLP values (fractions 0..1) into the planes r, g and b.
     void colorRow(const float* dolp, unsigned char* r, unsigned char* g, unsigned char* b,
                   int width) const {
-        const float n = static_cast<float>(segments_);
-        if (step_) {
-            colorRowAs<true>(dolp, r, g, b, width, steps_, base_, n, static_cast<float>(first_),
-                             0.0f);
-        } else {
-            // s = (100 dolp - first) n / span as one multiply-add.
-            const float gain = static_cast<float>(100.0 * segments_ / span_);
-            const float offset = static_cast<float>(-first_ * segments_ / span_);
-            colorRowAs<false>(dolp, r, g, b, width, steps_, base_, n, gain, offset);
+        switch (segments_) {
+            case 0: return colorRowWith<0>(dolp, r, g, b, width);
+            case 1: return colorRowWith<1>(dolp, r, g, b, width);
+            case 2: return colorRowWith<2>(dolp, r, g, b, width);
+            case 3: return colorRowWith<3>(dolp, r, g, b, width);
+            case 4: return colorRowWith<4>(dolp, r, g, b, width);
+            case 5: return colorRowWith<5>(dolp, r, g, b, width);
+            default: return colorRowWith<6>(dolp, r, g, b, width);
         }
     }
 
 private:
     using Steps = float[kMaxSegments][3];
 
+    template <int kSegments>
     static unsigned char channelAt(const Steps& steps, const float* base, int ch, float s) {
         float v = base[ch];
-        for (int k = 0; k < kMaxSegments; ++k)
+        for (int k = 0; k < kSegments; ++k)
             v += steps[k][ch] * std::min(std::max(s - static_cast<float>(k), 0.0f), 1.0f);
         return detail::toU8(v);
     }
 
-    // A static function over copies of the coefficients, with the step or linear choice made
-    // once per row and one output plane per channel: the compiler vectorizes the pixel loop
-    // only when nothing in it can alias the outputs, it holds no branch, and its stores are
-    // contiguous (interleaved three-byte stores need shuffles that baseline x86-64 lacks).
-    template <bool kStep>
+    // The number of steps is a template argument so that a ramp pays only for the terms it
+    // has, and the step or linear choice is made once per row.
+    template <int kSegments>
+    void colorRowWith(const float* dolp, unsigned char* r, unsigned char* g, unsigned char* b,
+                      int width) const {
+        const float n = static_cast<float>(segments_);
+        if (step_) {
+            colorRowAs<true, kSegments>(dolp, r, g, b, width, steps_, base_, n,
+                                        static_cast<float>(first_), 0.0f);
+        } else {
+            // s = (100 dolp - first) n / span as one multiply-add.
+            const float gain = static_cast<float>(100.0 * segments_ / span_);
+            const float offset = static_cast<float>(-first_ * segments_ / span_);
+            colorRowAs<false, kSegments>(dolp, r, g, b, width, steps_, base_, n, gain, offset);
+        }
+    }
+
+    // A static function over copies of the coefficients with one output plane per channel:
+    // the compiler vectorizes the pixel loop only when nothing in it can alias the outputs, it
+    // holds no branch, and its stores are contiguous (interleaved three-byte stores need
+    // shuffles that baseline x86-64 lacks).
+    template <bool kStep, int kSegments>
     static void colorRowAs(const float* __restrict dolp, unsigned char* __restrict r,
                            unsigned char* __restrict g, unsigned char* __restrict b, int width,
                            const Steps& stepsIn, const float* baseIn, float n, float gain,
@@ -113,9 +132,9 @@ private:
             // Step: gain is the threshold in percent; linear: s = dolp gain + offset in 0..n.
             const float s = kStep ? (dolp[x] * 100.0f > gain ? n : 0.0f)
                                   : std::min(std::max(dolp[x] * gain + offset, 0.0f), n);
-            r[x] = channelAt(steps, base, 0, s);
-            g[x] = channelAt(steps, base, 1, s);
-            b[x] = channelAt(steps, base, 2, s);
+            r[x] = channelAt<kSegments>(steps, base, 0, s);
+            g[x] = channelAt<kSegments>(steps, base, 1, s);
+            b[x] = channelAt<kSegments>(steps, base, 2, s);
         }
     }
 
