@@ -23,32 +23,35 @@ pol::ImageInfo describeCells(const ZTImage& work, unsigned char* data) {
     return in;
 }
 
-/// One element of `size` bytes, copied as a whole; byte arrays need no alignment, so caller
-/// buffers at any address are fine.
-template <size_t size>
-struct Element {
-    unsigned char bytes[size];
-};
+/// A 16-bit sample that may sit at any address (caller buffers need not be aligned); unlike a
+/// two-byte struct it is a scalar, so the copy loop below vectorizes.
+typedef uint16_t UnalignedWord __attribute__((aligned(1)));
 
-/// Copies the 2 x 2 cells of a packed source of `width` x `height` elements into the four
-/// quadrants of a packed destination of the same size.
-template <size_t elementSize>
+/// One row pair of the tiling: the even and odd source rows into the top and bottom halves.
+/// The restrict-qualified parameters tell the compiler the rows do not overlap, which it needs
+/// to vectorize.
+template <typename T>
+void tileRowPair(const T* __restrict even, const T* __restrict odd, T* __restrict top,
+                 T* __restrict bottom, size_t w) {
+    for (size_t c = 0; c < w; ++c) {
+        top[c] = even[2 * c];
+        top[w + c] = even[2 * c + 1];
+        bottom[c] = odd[2 * c];
+        bottom[w + c] = odd[2 * c + 1];
+    }
+}
+
+/// Copies the 2 x 2 cells of a packed source of `width` x `height` elements of type T into
+/// the four quadrants of a packed destination of the same size.
+template <typename T>
 void tileCells(const unsigned char* src, unsigned char* dst, size_t width, size_t height) {
-    using E = Element<elementSize>;
     const size_t w = width / 2;
     const size_t h = height / 2;
-    for (size_t r = 0; r < h; ++r) {
-        const E* __restrict even = reinterpret_cast<const E*>(src) + 2 * r * width;
-        const E* __restrict odd = even + width;
-        E* __restrict top = reinterpret_cast<E*>(dst) + r * width;
-        E* __restrict bottom = reinterpret_cast<E*>(dst) + (h + r) * width;
-        for (size_t c = 0; c < w; ++c) {
-            top[c] = even[2 * c];
-            top[w + c] = even[2 * c + 1];
-            bottom[c] = odd[2 * c];
-            bottom[w + c] = odd[2 * c + 1];
-        }
-    }
+    const T* from = reinterpret_cast<const T*>(src);
+    T* to = reinterpret_cast<T*>(dst);
+    for (size_t r = 0; r < h; ++r)
+        tileRowPair(from + 2 * r * width, from + (2 * r + 1) * width, to + r * width,
+                    to + (h + r) * width, w);
 }
 
 /// Bytes from the start of a packed image of `width` x `height` elements to the end of the
@@ -134,9 +137,9 @@ int extractFullPolarQuadrant(const ZTImage& src, ZTImage& dst) {
     if (!copies) return 0;
     if (readableBytes(dst) < tiledBytes(width, height, elementSize)) return -1;
     if (elementSize == 1)
-        tileCells<1>(source->getBuffer(), dst.getBuffer(), width, height);
+        tileCells<uint8_t>(source->getBuffer(), dst.getBuffer(), width, height);
     else
-        tileCells<2>(source->getBuffer(), dst.getBuffer(), width, height);
+        tileCells<UnalignedWord>(source->getBuffer(), dst.getBuffer(), width, height);
     return 0;
 }
 
