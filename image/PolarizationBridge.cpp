@@ -22,27 +22,21 @@ bool isReadableMono8(const ZTImage& image) {
            readableBytes(image) >= spannedBytes(image);
 }
 
-bool makeWorkingImage(const ZTImage& src, ZTImage& work) {
-    if (!src.isValid()) return false;
-    if (src.getPixelType() == Mono8) {
-        // Checked on the source: a copy of a caller's buffer whose stated size is too small
-        // would be readable, but its last rows would hold undefined bytes.
-        if (!isReadableMono8(src)) return false;
-        work = src;
-    } else {
-        ZTImageFormatConverter converter;
-        converter.setOutputFormat(Mono8);
-        if (converter.convert(work, src) != 0) return false;
-    }
-    return isReadableMono8(work);
+const ZTImage* mono8Source(const ZTImage& src, ZTImage& converted) {
+    if (!src.isValid()) return nullptr;
+    if (src.getPixelType() == Mono8) return isReadableMono8(src) ? &src : nullptr;
+    ZTImageFormatConverter converter;
+    converter.setOutputFormat(Mono8);
+    if (converter.convert(converted, src) != 0) return nullptr;
+    return isReadableMono8(converted) ? &converted : nullptr;
 }
 
-pol::ImageInfo describe(const ZTImage& image, unsigned char* data) {
+pol::ImageInfo describe(const ZTImage& image) {
     pol::ImageInfo in;
     in.width = static_cast<int>(image.getWidth());
     in.height = static_cast<int>(image.getHeight());
     in.stride = static_cast<int>(image.getStride());
-    in.data = data;
+    in.data = image.getBuffer();  // read only: the library never writes its input
     in.kind = pol::kMono8;
     return in;
 }

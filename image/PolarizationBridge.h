@@ -1,4 +1,4 @@
-// Between images and the polarization library: the Mono8 working image, the record that
+// Between images and the polarization library: the Mono8 image it reads, the record that
 // describes it, and the copy of a result into an image.
 #pragma once
 
@@ -16,13 +16,14 @@ uint64_t spannedBytes(const ZTImage& image);
 /// whose sizes fit the library's record fields.
 bool isReadableMono8(const ZTImage& image);
 
-/// The Mono8 image the library works on, made in `work`: a private copy of a Mono8 `src`, else
-/// `src` converted by a ZTImageFormatConverter. False when `src` is invalid, has no conversion
-/// to Mono8, or the result is not readable (isReadableMono8).
-bool makeWorkingImage(const ZTImage& src, ZTImage& work);
+/// The Mono8 image the library reads: `src` itself when it is Mono8 (the library never writes
+/// its input, so a copy would buy nothing), else `src` converted into `converted` by a
+/// ZTImageFormatConverter. Null when `src` is invalid, has no conversion to Mono8, or the
+/// image is not readable (isReadableMono8).
+const ZTImage* mono8Source(const ZTImage& src, ZTImage& converted);
 
-/// A record describing `image` (Mono8) for the library: width, height, stride and `data`.
-pol::ImageInfo describe(const ZTImage& image, unsigned char* data);
+/// A record describing the Mono8 `image` for the library: width, height, stride and pixels.
+pol::ImageInfo describe(const ZTImage& image);
 
 /// True when the library filled `out` with at least one pixel.
 bool isFilled(const pol::ImageInfo& out);

@@ -11,18 +11,18 @@ namespace ZTI {
 namespace {
 
 using polarization::describe;
-using polarization::makeWorkingImage;
+using polarization::mono8Source;
 using polarization::publish;
 
 using Product = void (*)(const pol::ImageInfo&, pol::ImageInfo&);
 
 /// A product scaled to 8 bits into `dst`.
 int scaledProduct(const ZTImage& src, ZTImage& dst, Product product) {
-    ZTImage work;
-    if (!makeWorkingImage(src, work)) return -1;
-    const pol::ImageInfo in = describe(work, work.getBuffer());
+    ZTImage converted;
+    const ZTImage* mosaic = mono8Source(src, converted);
+    if (mosaic == nullptr) return -1;
     pol::ImageInfo value;
-    product(in, value);
+    product(describe(*mosaic), value);
     pol::ImageInfo scaled;
     pol::ConvertTo8BPP(value, scaled);
     return publish(scaled, Mono8, 1, dst) ? 0 : -1;
@@ -47,33 +47,29 @@ int CreateDolp(const ZTImage& src, ZTImage& dst) { return scaledProduct(src, dst
 int CreateAolp(const ZTImage& src, ZTImage& dst) { return scaledProduct(src, dst, pol::CreateAOLP); }
 
 int CreateGlareReduced(const ZTImage& src, ZTImage& dst) {
-    ZTImage work;
-    if (!makeWorkingImage(src, work)) return -1;
-    const pol::ImageInfo in = describe(work, work.getBuffer());
+    ZTImage converted;
+    const ZTImage* mosaic = mono8Source(src, converted);
+    if (mosaic == nullptr) return -1;
     pol::ImageInfo glare;
-    pol::CreateGlareReduced(in, glare);
+    pol::CreateGlareReduced(describe(*mosaic), glare);
     return publish(glare, Mono8, 1, dst) ? 0 : -1;
 }
 
 int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
                   unsigned int lowColor, unsigned int highColor) {
     if (!src.isValid()) return -1;
-    ZTImage work;
-    pol::ImageInfo in;
-    if (src.getPixelType() == Mono8) {
-        // The library only reads its input: a Mono8 source is handed over without a copy.
-        if (!polarization::isReadableMono8(src)) return -1;
-        in = describe(src, src.getBuffer());
-    } else {
+    ZTImage converted;
+    const ZTImage* mosaic = &src;
+    if (src.getPixelType() != Mono8) {
         // The conversion's result is deliberately not examined: a source without a conversion
         // still gets a map, made of the destination the converter left behind (Mono8 of the
         // source's size, undefined pixels). Only memory that cannot be read stops it.
         ZTImageFormatConverter converter;
         converter.setOutputFormat(Mono8);
-        converter.convert(work, src);
-        if (!polarization::isReadableMono8(work)) return -1;
-        in = describe(work, work.getBuffer());
+        converter.convert(converted, src);
+        mosaic = &converted;
     }
+    if (!polarization::isReadableMono8(*mosaic)) return -1;
     pol::HeatmapOption option;
     option.flag = true;
     option.first = low;
@@ -81,7 +77,7 @@ int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned i
     option.third = lowColor;
     option.fourth = highColor;
     pol::ImageInfo map;
-    pol::ApplyHeatmap(in, map, option);
+    pol::ApplyHeatmap(describe(*mosaic), map, option);
     return publish(map, RGB8, 3, dst) ? 0 : -1;
 }
 

@@ -10,14 +10,13 @@ namespace ZTI {
 
 namespace {
 
-using polarization::describe;
 using polarization::isFilled;
-using polarization::makeWorkingImage;
+using polarization::mono8Source;
 
-/// A record of the whole 2 x 2 cells of `work`: the library reads mosaics of even size, and
-/// an odd last row or column belongs to no cell.
-pol::ImageInfo describeCells(const ZTImage& work, unsigned char* data) {
-    pol::ImageInfo in = describe(work, data);
+/// A record of the whole 2 x 2 cells of the Mono8 `image`: the library reads mosaics of even
+/// size, and an odd last row or column belongs to no cell.
+pol::ImageInfo describeCells(const ZTImage& image) {
+    pol::ImageInfo in = polarization::describe(image);
     in.width &= ~1;
     in.height &= ~1;
     return in;
@@ -68,29 +67,31 @@ int ExtractPolarQuadrant(const ZTImage& src, ZTImage& dst, PolarizationQuadrant 
                                        pol::ExtractPolarQuadrantI90, pol::ExtractPolarQuadrantI135};
     const int index = static_cast<int>(quadrant);
     if (index < 0 || index > 3) return -1;
-    ZTImage work;
-    if (!makeWorkingImage(src, work)) return -1;
-    const pol::ImageInfo in = describeCells(work, work.getBuffer());
+    ZTImage converted;
+    const ZTImage* mosaic = mono8Source(src, converted);
+    if (mosaic == nullptr) return -1;
+    const pol::ImageInfo in = describeCells(*mosaic);
     pol::ImageInfo plane;
     kExtract[index](in, plane);
     return polarization::publish(plane, Mono8, 1, dst) ? 0 : -1;
 }
 
 int ExtractFullPolarQuadrant(const ZTImage& src, ZTImage& dst) {
-    ZTImage work;
-    if (!makeWorkingImage(src, work)) return -1;
-    // Rows are described as packed (stride = width) whatever the working image's padding; the
-    // tiling below addresses the destination the same way. The library never writes its
-    // input, so the four calls share the working image's pixels.
-    pol::ImageInfo in = describeCells(work, work.getBuffer());
-    in.stride = static_cast<int>(work.getWidth());
+    ZTImage converted;
+    const ZTImage* mosaic = mono8Source(src, converted);
+    if (mosaic == nullptr) return -1;
+    // Rows are described as packed (stride = width) whatever the image's padding; the tiling
+    // below addresses the destination the same way. The library never writes its input, so
+    // the four calls share the pixels.
+    pol::ImageInfo in = describeCells(*mosaic);
+    in.stride = static_cast<int>(mosaic->getWidth());
     pol::ImageInfo i0, i45, i90, i135;
     pol::ExtractPolarQuadrantI0(in, i0);
     pol::ExtractPolarQuadrantI45(in, i45);
     pol::ExtractPolarQuadrantI90(in, i90);
     pol::ExtractPolarQuadrantI135(in, i135);
 
-    const size_t width = work.getWidth();
+    const size_t width = mosaic->getWidth();
     const size_t w = width / 2;
     const size_t h = src.getHeight() / 2;
     const bool copies = w > 0 && h > 0;
