@@ -2,9 +2,9 @@
 //
 // A polarized-sensor frame holds, in every 2 x 2 cell, samples behind polarizers at 90 (top
 // left), 45 (top right), 135 (bottom left) and 0 degrees (bottom right). Except for
-// extractFullPolarQuadrant, the functions below bring their source to Mono8 first (a Mono8
-// source is used as it is; other formats go through a ZTImageFormatConverter, so 10- to
-// 16-bit mono frames are scaled to 8 bits) and compute at 8 bits per sample.
+// extractFullPolarQuadrant, the functions below compute at 8 bits per sample: a Mono8 source
+// is read in place and never written; other formats are first converted to Mono8 by a
+// ZTImageFormatConverter (10- to 16-bit mono frames are scaled to 8 bits).
 //
 // Every function takes the source first and the destination second, returns 0 on success and
 // -1 on failure, and replaces the destination only on success unless stated otherwise. A
@@ -58,10 +58,9 @@ int CreateGlareReduced(const ZTImage& src, ZTImage& dst);
 /// `high` makes a step at `low`. Colours are palette indices: 0 black, 1 blue, 2 cyan, 3 green,
 /// 4 yellow, 5 red, 6 white (larger values count as 6); the ramp passes through every palette
 /// entry between the two, in order, so blue to red runs through cyan, green and yellow.
-/// A Mono8 source is read in place, not copied. For another format whose conversion to Mono8
-/// fails, the map is made of the converter's untouched destination (undefined pixels) and 0 is
-/// returned. Returns -1, `dst` unchanged, when the source is invalid or unusable, or when the
-/// RGB8 image cannot be allocated.
+/// For a source format whose conversion to Mono8 fails, the map is made of the converter's
+/// untouched destination (undefined pixels) and 0 is returned. Returns -1, `dst` unchanged,
+/// when the source is invalid or unusable, or when the RGB8 image cannot be allocated.
 int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
                   unsigned int lowColor, unsigned int highColor);
 
