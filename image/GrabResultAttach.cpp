@@ -75,13 +75,13 @@ void ZTImage::ZTImageImpl::attachGrabResult(const ZTGrabResultPtr& grab) {
             auto* src = static_cast<unsigned char*>(frame->GetBuffer());
             const int w = static_cast<int>(width_), h = static_cast<int>(height_);
             const unsigned bits = getBitsPerChannel(rule.target);
-            // A frame stated shorter than its pixels need (a truncated transfer), or pixels
-            // that do not fit the memory whose 32-bit byte count wrapped, are not unpacked: the
-            // image is left without memory, as after a failed allocation. An unstated size (0)
-            // is trusted.
+            // A frame without memory, one stated shorter than its pixels need (a truncated
+            // transfer), or pixels that do not fit the memory whose 32-bit byte count wrapped,
+            // are not unpacked: the image is left without memory, as after a failed
+            // allocation. An unstated size (0) is trusted.
             const uint64_t stated = grab->GetImageSize();
             const uint64_t pixels = static_cast<uint64_t>(width_) * height_;
-            if ((stated != 0 && stated < packedBytesRead(bits, width_, height_)) ||
+            if (src == nullptr || (stated != 0 && stated < packedBytesRead(bits, width_, height_)) ||
                 (ownedBuffer_ != nullptr && allocatedSize_ < 2 * pixels))
                 releaseOwned();
             if (bits == 10)
