@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -176,6 +177,14 @@ TEST(Robustness, TruncatedPackedFramesAreNotUnpacked) {
     EXPECT_FALSE(huge.isValid());
     ZTImage out;
     EXPECT_EQ(convertTo(Mono8, out, huge), -1);
+
+    // A failed grab may come without memory: nothing to unpack or view.
+    for (PfncFormat_ code : {Mono12Packed, Mono10p, Mono8}) {
+        ZTImage image;
+        image.attachGrabResult(createGrabResult(code, 4, 4, 0, nullptr, 0));
+        EXPECT_FALSE(image.isValid()) << getPixelFormatName(code);
+        EXPECT_EQ(convertTo(RGB8, out, image), -1);
+    }
 }
 
 TEST(Robustness, ViewedFramesAreReadWithinTheirStatedSize) {
@@ -361,16 +370,79 @@ TEST(Robustness, DestinationsThatDoNotFitAreNotOverrun) {
     EXPECT_EQ(histEqual(src, rgb), -1);
 }
 
+TEST(Robustness, PolarizationFunctionsReadOnlyWhatExists) {
+    using Function = std::function<int(const ZTImage&, ZTImage&)>;
+    const std::pair<const char*, Function> functions[] = {
+        {"CreateStokesS0", CreateStokesS0},
+        {"CreateStokesS1", CreateStokesS1},
+        {"CreateStokesS2", CreateStokesS2},
+        {"CreateDolp", CreateDolp},
+        {"CreateAolp", CreateAolp},
+        {"CreateGlareReduced", CreateGlareReduced},
+        {"CreateHeatmap", [](const ZTImage& s, ZTImage& d) { return CreateHeatmap(s, d, 10, 90, 1, 5); }},
+        {"ExtractPolarQuadrant", [](const ZTImage& s, ZTImage& d) { return ExtractPolarQuadrant(s, d, PolarQuadrantI45); }},
+        {"ExtractFullPolarQuadrant", ExtractFullPolarQuadrant},
+        {"extractFullPolarQuadrant", extractFullPolarQuadrant},
+    };
+    for (const auto& [name, function] : functions) {
+        SCOPED_TRACE(name);
+        // A padded Mono8 mosaic whose buffer ends with its last pixel converts; one byte less
+        // is refused, as are a Mono12 source one byte short, invalid images and a byte count
+        // that wrapped. The destination keeps its memory on every refusal. The plain tiling
+        // reads rows as packed, so its mosaic has no padding.
+        const bool plainTiling = name == std::string("extractFullPolarQuadrant");
+        const unsigned padding = plainTiling ? 0 : 3;
+        const size_t needed = viewBytes(Mono8, 6, 4, padding, 1);
+        CallerBuffer exact(needed, 40), cut(needed - 1, 40), cut12(viewBytes(Mono12, 6, 4, 0, 2) - 1, 1);
+        ZTImage dst = ZTImage::create(Mono8, 2, 2);
+        EXPECT_EQ(function(exact.attach(Mono8, 6, 4, padding), dst), 0);
+        dst = ZTImage::create(Mono8, 2, 2);
+        unsigned char* kept = dst.getBuffer();
+        EXPECT_EQ(function(cut.attach(Mono8, 6, 4, padding), dst), -1);
+        ZTImage nullBuffer;
+        nullBuffer.attachUserBuffer(nullptr, 0, Mono8, 6, 4, 0);
+        EXPECT_EQ(function(nullBuffer, dst), -1);
+        EXPECT_EQ(function(ZTImage(), dst), -1);
+        EXPECT_EQ(function(ZTImage::create(Mono8, 65536, 65537), dst), -1);
+        // The heat map deliberately maps whatever a failed conversion left (0); the others
+        // refuse it.
+        EXPECT_EQ(function(cut12.attach(Mono12, 6, 4), dst), name == std::string("CreateHeatmap") ? 0 : -1);
+        if (name != std::string("CreateHeatmap")) {
+            EXPECT_EQ(dst.getBuffer(), kept);
+        }
+
+        // Odd, tiny and empty mosaics: any result, no access outside the images.
+        for (auto [w, h] : {std::pair<unsigned, unsigned>{5, 5}, {1, 1}, {3, 2}, {0, 4}, {7, 0}}) {
+            ZTImage src = ZTImage::create(Mono8, w, h), out;
+            if (src.getByteCount() != 0) std::memset(src.getBuffer(), 200, src.getByteCount());
+            const int result = function(src, out);
+            EXPECT_TRUE(result == 0 || result == -1);
+            if (result == 0 && out.isValid()) {
+                EXPECT_GE(out.getByteCount(), size_t{out.getWidth()} * out.getHeight());
+            }
+        }
+    }
+    // An angle outside the four is refused.
+    ZTImage mosaic = ZTImage::create(Mono8, 4, 4), dst;
+    EXPECT_EQ(ExtractPolarQuadrant(mosaic, dst, static_cast<PolarizationQuadrant>(4)), -1);
+    EXPECT_EQ(ExtractPolarQuadrant(mosaic, dst, static_cast<PolarizationQuadrant>(-1)), -1);
+    // The plain tiling checks its source memory in its own element size.
+    CallerBuffer words(2 * 16 - 1);
+    EXPECT_EQ(extractFullPolarQuadrant(words.attach(Mono16, 4, 4), dst), -1);
+}
+
 TEST(Robustness, UnpackersWithNothingToDo) {
     unsigned char src[15] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     uint16_t dst[8] = {};
     // A null destination, an unaccepted code, and pixel counts of 0, 1 (12-bit) or below 0
-    // write nothing.
+    // write nothing; a null source reads nothing.
     unpack10BitsPixelBuffer(Mono10p, 4, 2, src, nullptr);
     unpack12BitsPixelBuffer(Mono8, 4, 2, src, reinterpret_cast<unsigned char*>(dst));
     unpack10BitsPixelBuffer(Mono10p, 0, 2, src, reinterpret_cast<unsigned char*>(dst));
     unpack10BitsPixelBuffer(Mono10p, -4, 2, src, reinterpret_cast<unsigned char*>(dst));
     unpack12BitsPixelBuffer(Mono12p, 1, 1, src, reinterpret_cast<unsigned char*>(dst));
+    unpack12BitsPixelBuffer(Mono12p, 4, 2, nullptr, reinterpret_cast<unsigned char*>(dst));
+    unpack10BitsPixelBuffer(Mono10p, 4, 2, nullptr, reinterpret_cast<unsigned char*>(dst));
     for (uint16_t v : dst) EXPECT_EQ(v, 0);
     unpack10BitsPixelBuffer(Mono10p, 4, 2, src, reinterpret_cast<unsigned char*>(dst));
     for (uint16_t v : dst) EXPECT_EQ(v, 0x3FF);  // and the same call with real buffers works
