@@ -113,6 +113,12 @@ std::vector<Job> jobs() {
              d = ZTImage::create(Mono8, s.getWidth(), s.getHeight());
              return histEqual(s, d);
          }},
+        {"CreateStokesS0 <- Mono8", Mono8, 0, [](ZTImage& s, ZTImage& d) { return CreateStokesS0(s, d); }},
+        {"CreateDolp <- Mono12", Mono12, 0, [](ZTImage& s, ZTImage& d) { return CreateDolp(s, d); }},
+        {"CreateHeatmap <- Mono8 (padded)", Mono8, 3,
+         [](ZTImage& s, ZTImage& d) { return CreateHeatmap(s, d, 5, 60, 1, 5); }},
+        {"ExtractFullPolarQuadrant <- Mono8", Mono8, 0, [](ZTImage& s, ZTImage& d) { return ExtractFullPolarQuadrant(s, d); }},
+        {"extractFullPolarQuadrant Mono16", Mono16, 0, [](ZTImage& s, ZTImage& d) { return extractFullPolarQuadrant(s, d); }},
         {"cloneValue RGB8 (padded)", RGB8, 5,
          [](ZTImage& s, ZTImage& d) {
              d = imageutil::cloneValue(s);
@@ -328,5 +334,83 @@ TEST_F(Concurrency, CopiesOfOneFrameOnSeveralThreadsReleaseItOnce) {
         });
         EXPECT_EQ(wrong.load(), 0);
         EXPECT_EQ(releases.load(), round + 1);
+    }
+}
+
+TEST_F(Concurrency, VirtualCameraFramesConvertedOnConsumerThreads) {
+    // The virtual camera grabs on one thread (its accessors are single-threaded) and recycles
+    // two frame buffers; the images go to consumer threads, which let the frames go. A moving
+    // scene makes consecutive frames differ, so a buffer recycled while a consumer still views
+    // it changes under the consumer's checksum. Packed frames are unpacked on the grabbing
+    // thread; viewed ones (Bayer here) keep the camera's memory until the consumer is done.
+    for (PfncFormat_ format : {BayerRG8, Mono12p}) {
+        SCOPED_TRACE(getPixelFormatName(format));
+        VirtualCameraConfig config;
+        config.pixelType = format;
+        config.width = 32;
+        config.height = 16;
+        config.bufferCount = 2;
+        std::string error;
+        std::unique_ptr<VirtualCamera> camera = VirtualCamera::open(config, &error);
+        ASSERT_TRUE(camera) << error;
+
+        std::mutex queueMutex;
+        std::condition_variable queueChanged;
+        std::deque<std::pair<ZTImage, uint64_t>> queue;
+        bool done = false;
+        std::atomic<int> changed{0}, failed{0};
+        const auto checksum = [](const ZTImage& image) {
+            uint64_t sum = 0;
+            const unsigned char* p = image.getBuffer();
+            for (size_t i = 0; i < image.getStride() * image.getHeight(); ++i) sum = sum * 131 + p[i];
+            return sum;
+        };
+
+        std::vector<std::thread> consumers;
+        for (int c = 0; c < 2; ++c) {
+            consumers.emplace_back([&] {
+                ZTImageFormatConverter converter;
+                converter.setOutputFormat(RGB8);
+                ZTImage rgb;
+                for (;;) {
+                    std::pair<ZTImage, uint64_t> item;
+                    {
+                        std::unique_lock<std::mutex> lock(queueMutex);
+                        queueChanged.wait(lock, [&] { return done || !queue.empty(); });
+                        if (queue.empty()) return;
+                        item = std::move(queue.front());
+                        queue.pop_front();
+                    }
+                    if (converter.convert(rgb, item.first) != 0) ++failed;
+                    std::this_thread::yield();
+                    if (checksum(item.first) != item.second) ++changed;
+                }
+            });
+        }
+        unsigned grabbed = 0;
+        while (grabbed < 120) {
+            ZTGrabResultPtr frame = camera->grab();
+            if (!frame) {  // both buffers still viewed by consumers
+                std::this_thread::yield();
+                continue;
+            }
+            ZTImage image;
+            image.attachGrabResult(frame);
+            frame.Release();
+            const uint64_t sum = checksum(image);
+            std::lock_guard<std::mutex> lock(queueMutex);
+            queue.emplace_back(std::move(image), sum);
+            queueChanged.notify_one();
+            ++grabbed;
+        }
+        {
+            std::lock_guard<std::mutex> lock(queueMutex);
+            done = true;
+            queueChanged.notify_all();
+        }
+        for (std::thread& th : consumers) th.join();
+        EXPECT_EQ(changed.load(), 0);
+        EXPECT_EQ(failed.load(), 0);
+        EXPECT_EQ(camera->buffersInUse(), 0u);
     }
 }
