@@ -66,11 +66,15 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
             return false;
         }
         // Pixels the image does not hold (a short caller's buffer or frame, no memory at all)
-        // are a failure of the data, not of the program: refused here, before the conversion
-        // would refuse them and the failed conversion abort.
+        // or half a 4:2:2 pair are a failure of the data, not of the program: refused here,
+        // before the conversion would refuse them and the failed conversion abort.
         if (convertible && !viewFits(image)) {
             error = "image holds " + std::to_string(readableBytes(image)) + " bytes, its rows span " +
                     std::to_string(viewBytes(image));
+            return false;
+        }
+        if (convertible && !hasWholePixelPairs(image)) {
+            error = "4:2:2 image of odd width " + std::to_string(image.getWidth()) + ": its pixels come in pairs";
             return false;
         }
         const int result = converter.convert(out.image, image);

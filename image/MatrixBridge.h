@@ -35,6 +35,14 @@ bool viewFits(const ZTImage& image);
 /// memory does not hold its matrix view.
 void requireViewFits(const ZTImage& image);
 
+/// False for a 4:2:2 image (YUV422_8_UYVY, YUV422_8, YCbCr422_8) of odd width: its pixels come
+/// in pairs that share chroma, and OpenCV's conversions of a row with half a pair read and
+/// write past the row's end. True for every other image.
+bool hasWholePixelPairs(const ZTImage& image);
+
+/// Raises cv::Exception (StsBadSize) when hasWholePixelPairs is false.
+void requireWholePixelPairs(const ZTImage& image);
+
 /// A matrix over the image's own pixels (rows = height, columns = width, row step = stride),
 /// read through the non-detaching accessor. No copy; must not outlive the image. Raises
 /// cv::Exception when the image's memory is shorter than the view.

@@ -1,8 +1,10 @@
-// Bounds of the matrix views laid over images: a view may only span memory the image holds.
+// Bounds of the matrix views laid over images: a view may only span memory the image holds, and
+// only whole pixel pairs of 4:2:2 images are handed to OpenCV.
 #include <opencv2/core.hpp>
 
 #include <cstdint>
 #include <sstream>
+#include <string>
 
 #include "MatrixBridge.h"
 #include "ZTImageImpl.h"
@@ -39,6 +41,18 @@ void requireViewFits(const ZTImage& image) {
     else
         message << " spans " << viewBytes(image) << " bytes, its memory holds " << readableBytes(image);
     CV_Error(cv::Error::StsOutOfRange, message.str());
+}
+
+bool hasWholePixelPairs(const ZTImage& image) {
+    const PfncFormat_ format = image.getPixelType();
+    const bool pairs = format == YUV422_8_UYVY || format == YUV422_8 || format == YCbCr422_8;
+    return !pairs || image.getWidth() % 2 == 0;
+}
+
+void requireWholePixelPairs(const ZTImage& image) {
+    if (hasWholePixelPairs(image)) return;
+    CV_Error(cv::Error::StsBadSize, std::string(getPixelFormatName(image.getPixelType())) + " image of odd width " +
+                                        std::to_string(image.getWidth()) + ": its pixels come in pairs");
 }
 
 }  // namespace ZTI

@@ -53,7 +53,8 @@ int ZTImageFormatConverter::convert(ZTImage& dst, const ZTImage& src) {
     if (src.getWidth() == 0 || src.getHeight() == 0) return 0;
     // Memory shorter than the rows (a caller's buffer or a frame stated smaller, a byte count
     // that wrapped, a failed allocation) is refused rather than read or written past its end.
-    if (!viewFits(src) || !viewFits(dst)) return -1;
+    // So is a 4:2:2 image of odd width, whose last pixel has no partner to share chroma with.
+    if (!viewFits(src) || !viewFits(dst) || !hasWholePixelPairs(src)) return -1;
     it->second->convert(dst, src);
     return 0;
 }

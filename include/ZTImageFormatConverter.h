@@ -29,9 +29,9 @@ public:
     /// an empty destination), -1 when no conversion exists for the pair or when `src` or `dst`
     /// has less memory than its rows span (stride x (height - 1) plus one row: a caller's
     /// buffer or a camera frame stated smaller, an invalid image, a size whose byte count
-    /// wrapped); `dst` then has the output format and the source's size with undefined
-    /// contents. OpenCV errors (such as a row padding that splits a 16-bit sample) pass
-    /// through as cv::Exception.
+    /// wrapped), or when `src` is a 4:2:2 image of odd width; `dst` then has the output
+    /// format and the source's size with undefined contents. OpenCV errors (such as a row
+    /// padding that splits a 16-bit sample) pass through as cv::Exception.
     int convert(ZTImage& dst, const ZTImage& src);
 
 private:
