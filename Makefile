@@ -3,8 +3,9 @@ BUILD_DIR   ?= build
 BUILD_TYPE  ?= Release
 CMAKE_FLAGS ?=
 JOBS        ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 
-.PHONY: deps configure build test demo bench clean
+.PHONY: deps configure build test demo bench fuzz clean
 
 deps:
 	@scripts/install-deps build
@@ -26,5 +27,9 @@ bench: deps
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@scripts/run-bench $(BUILD_DIR)-bench
 
+# Every fuzz target for FUZZ_SECONDS, in its own clang build (build-fuzz).
+fuzz:
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) scripts/ci-fuzz
+
 clean:
-	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench build-fuzz

@@ -481,9 +481,10 @@ TEST(Robustness, BufferPoolRefusesWhatCannotExist) {
 
 using RobustnessDeathTest = testing::Test;
 
-TEST_F(RobustnessDeathTest, SavingAFormatThatCannotBeConvertedAborts) {
-    // Programming errors: the caller asked to save pixels no conversion can produce a file
-    // from. trySave and canSave are the checked alternatives.
+TEST_F(RobustnessDeathTest, ListedPairsWithoutColourCodeAbortWhereverTheyAreReached) {
+    // Programming errors: saving pixels no conversion can produce a file from (trySave and
+    // canSave are the checked alternatives), and the conversions to Mono8 the polarization
+    // functions make of a deep RGB or BGR source (canConvert tells beforehand).
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     TempDir dir;
     const std::string path = dir.file("x.png");
@@ -491,4 +492,8 @@ TEST_F(RobustnessDeathTest, SavingAFormatThatCannotBeConvertedAborts) {
     EXPECT_DEATH(ImagePersistence::save(Bmp, ZTImage::create(0, 2, 2), path.c_str()), "Assertion .false. failed");
     EXPECT_DEATH(ImagePersistence::save(Png, ZTImage::create(BGR16, 2, 2), path.c_str()), "get_cv_cvt_type");
     EXPECT_EQ(dir.count(), 0u);
+    ZTImage dst;
+    EXPECT_FALSE(ImageConverterFactory::canConvert(Mono8, RGB12));
+    EXPECT_DEATH(CreateStokesS0(ZTImage::create(RGB12, 4, 4), dst), "get_cv_cvt_type");
+    EXPECT_DEATH(CreateHeatmap(ZTImage::create(BGR10, 4, 4), dst, 0, 100, 1, 5), "get_cv_cvt_type");
 }
