@@ -4,8 +4,9 @@ BUILD_TYPE  ?= Release
 CMAKE_FLAGS ?=
 JOBS        ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
+SOAK_FRAMES ?= 100000
 
-.PHONY: deps configure build test demo bench fuzz clean
+.PHONY: deps configure build test demo bench fuzz soak clean
 
 deps:
 	@scripts/install-deps build
@@ -26,6 +27,10 @@ bench: deps
 	@cmake -S . -B $(BUILD_DIR)-bench -DCMAKE_BUILD_TYPE=Release -DZT_BUILD_BENCH=ON -DZT_BUILD_TESTS=OFF $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@scripts/run-bench $(BUILD_DIR)-bench
+
+# SOAK_FRAMES frames from the virtual cameras through every pipeline, checking memory.
+soak: build
+	@$(BUILD_DIR)/tests/soak/soak --frames $(SOAK_FRAMES)
 
 # Every fuzz target for FUZZ_SECONDS, in its own clang build (build-fuzz).
 fuzz:
