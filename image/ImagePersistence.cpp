@@ -56,6 +56,17 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
     const PfncFormat_ source = image.getPixelType();
     const PfncFormat_ target = ImagePersistence::fileFormatOf(format, source);
     if (target == source) {
+        // The rows are written packed from the source's first byte: they must all be the
+        // source's own. A copy of a caller's buffer stated shorter gets memory for every row,
+        // but what lies past the stated size is undefined, so the source is checked, not the copy.
+        const int type = get_cv_type(static_cast<int>(getBitsPerChannel(source)), channelCount(source));
+        const uint64_t bytes = static_cast<uint64_t>(image.getWidth()) * image.getHeight() *
+                               static_cast<uint64_t>(type < 0 ? 0 : CV_ELEM_SIZE(type));
+        if (type >= 0 && image.isValid() && readableBytes(image) < bytes) {
+            error = "image holds " + std::to_string(readableBytes(image)) + " bytes, its size needs " +
+                    std::to_string(bytes);
+            return false;
+        }
         out.image = image;
     } else {
         ZTImageFormatConverter converter;
