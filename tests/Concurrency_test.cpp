@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -53,7 +54,9 @@ void fill(unsigned char* p, size_t bytes, unsigned seed) {
 
 ZTImage patterned(PfncFormat_ format, unsigned width, unsigned height, unsigned seed, int padding = 0) {
     ZTImage image = ZTImage::create(format, width, height, padding);
-    fill(image.getBuffer(), image.getStride() * image.getHeight(), seed);
+    // Every byte the image owns: the packed size, or all padded rows when that is more.
+    const size_t bytes = std::max<size_t>(image.getByteCount(), padding > 0 ? image.getStride() * height : 0);
+    fill(image.getBuffer(), bytes, seed);
     if (getBitsPerChannel(format) > 8 && getBitsPerChannel(format) < 16) {
         // Keep 10- and 12-bit samples inside their range, as a camera would.
         auto* words = reinterpret_cast<uint16_t*>(image.getBuffer());

@@ -135,6 +135,13 @@ TEST(Robustness, ProcessingAndSavingNeverReadPastAShortCallerBuffer) {
     }
     EXPECT_EQ(dir.count(), 2u);  // only the whole Mono8 and Mono12 images were written
 
+    // A padded caller's buffer stated one byte short of its packed pixels: a copy of it has
+    // memory for every padded row, but nothing defined past the stated size, so it is not
+    // saved either.
+    CallerBuffer padded(6 * 4 - 1);
+    ImagePersistence::save(Png, padded.attach(Mono8, 6, 4, 2), dir.file("padded.png").c_str());
+    EXPECT_EQ(dir.count(), 2u);
+
     CallerBuffer cut(6 * 4 - 1);
     ZTImage shortMono = cut.attach(Mono8, 6, 4), out = ZTImage::create(Mono8, 6, 4);
     EXPECT_EQ(histEqual(shortMono, out), -1);
