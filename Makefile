@@ -18,7 +18,9 @@ build: configure
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
-demo: build
+# Builds only what the demo runs, then streams frames through every pipeline into demo-out/.
+demo: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target ztimage
 	@$(BUILD_DIR)/tools/ztimage demo
 
 bench: deps
