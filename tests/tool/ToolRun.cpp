@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -49,8 +50,16 @@ RunResult runTool(const std::vector<std::string>& args, const std::string& direc
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     // Relative paths in `args` are the tool's own business, resolved in `directory`.
     posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    // Under the cross build's emulator wrapper, variables named ZT_RUN_AARCH64_* tell the
+    // wrapper that this test program is executing itself again; the tool is another program,
+    // so they are not passed on.
+    std::vector<char*> environment;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        if (std::strncmp(*variable, "ZT_RUN_AARCH64_", 15) != 0) environment.push_back(*variable);
+    }
+    environment.push_back(nullptr);
     pid_t pid = -1;
-    const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environment.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error("cannot start " + all.front());
 
