@@ -70,6 +70,17 @@ std::vector<unsigned char> readFile(const std::string& path) {
 // Formats whose pixels do not fill whole bytes; their frames carry no row padding.
 bool isBitPacked(PfncFormat_ format) { return ZTI::getBitsPerPixel(format) % 8 != 0; }
 
+// The image with its rows packed: the library writes files and raw bytes without skipping
+// row padding.
+ZTI::ZTImage unpadded(const ZTI::ZTImage& image) {
+    ZTI::ZTImage packed(image.getPixelType(), image.getWidth(), image.getHeight());
+    const size_t row = ZTI::getRowStride(image.getPixelType(), image.getWidth(), 0);
+    const unsigned char* from = image.getBuffer();
+    unsigned char* to = packed.getBuffer();
+    for (unsigned int y = 0; y < image.getHeight(); ++y) std::memcpy(to + y * row, from + y * image.getStride(), row);
+    return packed;
+}
+
 void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& loaded) {
     if (options.format == 0 || options.width == 0 || options.height == 0) {
         throw usageError("raw input '" + path + "' needs --from, --width and --height");
@@ -97,6 +108,8 @@ void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& 
     if (loaded.image.getPixelType() == 0 || !loaded.image.isValid()) {
         throw ToolError("the library cannot read " + formatLabel(options.format) + " frames ('" + path + "')");
     }
+    // Contrast enhancement and the polarization functions address rows as packed.
+    if (loaded.image.getpaddingX() != 0) loaded.image = unpadded(loaded.image);
 }
 
 // The library format of a decoded file; OpenCV gives colour in blue-green-red order.
@@ -142,17 +155,6 @@ void loadImageFile(const std::string& path, const InputOptions& options, LoadedI
     loaded.image = ZTI::ZTImage(format, static_cast<unsigned int>(m.cols), static_cast<unsigned int>(m.rows), 0,
                                 m.data);
     if (!loaded.image.isValid()) throw ToolError("out of memory reading '" + path + "'");
-}
-
-// The image with its rows packed: the library writes files and raw bytes without skipping
-// row padding.
-ZTI::ZTImage unpadded(const ZTI::ZTImage& image) {
-    ZTI::ZTImage packed(image.getPixelType(), image.getWidth(), image.getHeight());
-    const size_t row = ZTI::getRowStride(image.getPixelType(), image.getWidth(), 0);
-    const unsigned char* from = image.getBuffer();
-    unsigned char* to = packed.getBuffer();
-    for (unsigned int y = 0; y < image.getHeight(); ++y) std::memcpy(to + y * row, from + y * image.getStride(), row);
-    return packed;
 }
 
 void writeRaw(const ZTI::ZTImage& image, const std::string& path) {

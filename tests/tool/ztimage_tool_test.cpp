@@ -154,6 +154,19 @@ TEST(ToolConvert, ImageFilesBatchesAndEnhancementMatchTheLibrary) {
     EXPECT_EQ(Bytes(saved.data, saved.data + saved.total() * 2),
               libraryConversion(ZTI::Mono12, 10, 6, 0, packedPixels(stretched), ZTI::Mono16));
 
+    // A padded raw Mono8 frame is stretched row by row, padding skipped: histStretch itself
+    // addresses rows as packed, so the expectation is built from the packed pixels.
+    const Bytes padded = randomBytes((5 + 3) * 4, 9);
+    writeBytes(dir.file("padded.raw"), padded);
+    run = runTool(std::vector<std::string>{"stretch", "padded.raw", "--padding", "3", "--low", "20", "--high", "200",
+                                           "-o", "p.raw"} + rawArgs("Mono8", 5, 4),
+                  dir.path());
+    ASSERT_EQ(run.status, 0) << run.err;
+    Bytes packed = libraryConversion(ZTI::Mono8, 5, 4, 3, padded, ZTI::Mono8);
+    ZTI::ZTImage packedImage(ZTI::Mono8, 5, 4, 0, packed.data()), paddedStretched(ZTI::Mono8, 5, 4);
+    ASSERT_EQ(ZTI::histStretch(packedImage, paddedStretched, 20, 200), 0);
+    EXPECT_EQ(readBytes(dir.file("p.raw")), packedPixels(paddedStretched));
+
     // Equalization of an 8-bit grey file equals histEqual.
     cv::Mat grey(8, 12, CV_8UC1);
     cv::randu(grey, 0, 256);
