@@ -146,6 +146,13 @@ Registry buildConverterRegistry() {
         {{RGB8, RGBa8}, &createConverterPtr<RGBA2Rgb>},
         {{RGB8, BGRa8}, &createConverterPtr<RGBA2Rgb>},
     };
+    // Demosaicing: the same pairs as the Bayer rows of the colour-code table.
+    forEachBayerPair(Mono8, Mono10, Mono12, Mono16, [&](PIXEL_TYPE d, PIXEL_TYPE s, const BayerFamily&) {
+        registry.emplace(FormatPair{d, s}, &createConverterPtr<Bayer2Mono>);
+    });
+    forEachBayerPair(RGB8, RGB10, RGB12, RGB16, [&](PIXEL_TYPE d, PIXEL_TYPE s, const BayerFamily&) {
+        registry.emplace(FormatPair{d, s}, &createConverterPtr<Bayer2Rgb>);
+    });
     return registry;
 }
 
@@ -156,7 +163,8 @@ const Registry converterRegistry = buildConverterRegistry();
 
 // Converter classes that need no colour code for their pairs.
 bool convertsWithoutColourCode(ConverterCreator creator) {
-    return creator == &createConverterPtr<Mono2Mono> || creator == &createConverterPtr<RGB2Rgb>;
+    return creator == &createConverterPtr<Mono2Mono> || creator == &createConverterPtr<RGB2Rgb> ||
+           creator == &createConverterPtr<Bayer2Rgb> || creator == &createConverterPtr<Bayer2Mono>;
 }
 
 }  // namespace

@@ -104,6 +104,23 @@ public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 
+/// Bayer mosaics (four patterns, 8 to 16 bits) to RGB: Hamilton-Adams demosaicing on 16-bit
+/// samples, then one linear scale to the destination depth. By default a same-depth conversion
+/// is exact and a depth change stretches to the frame's own range when that range exceeds a
+/// quarter of the input scale (gain at most 4). The environment variable ZT_HIST_RANGE_POLICY,
+/// read on every call, selects "raw" (never stretch) or "normalize" (also stretch same-depth
+/// frames whose range lies in the band (0.25, 0.9) of the scale, or that exceed it).
+class Bayer2Rgb : public DefaultConverter {
+public:
+    void convert(ZTImage& dst, const ZTImage& src) override;
+};
+/// Bayer mosaics to mono: demosaiced, turned to grey, and stretched to the frame's range when
+/// that exceeds a quarter of the input scale (gain at most 4), whatever the depths.
+class Bayer2Mono : public DefaultConverter {
+public:
+    void convert(ZTImage& dst, const ZTImage& src) override;
+};
+
 }  // namespace ZTI
 
 /// A new, default-constructed converter of class T, owned by the caller.

@@ -1,0 +1,208 @@
+// Demosaicing converters: pattern selection, every scaling rule on frames of chosen minimum
+// and maximum, the range policy, and the input handling (widening, padding, tiny frames).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "BayerWidening.h"
+#include "ImageConverterFactory.h"
+#include "ZTImageFormatConverter.h"
+
+using namespace ZTI;
+
+namespace {
+
+// Sets ZT_HIST_RANGE_POLICY for one scope (unset when value is null).
+class PolicyScope {
+public:
+    explicit PolicyScope(const char* value) {
+        if (value) setenv("ZT_HIST_RANGE_POLICY", value, 1);
+        else unsetenv("ZT_HIST_RANGE_POLICY");
+    }
+    ~PolicyScope() { unsetenv("ZT_HIST_RANGE_POLICY"); }
+};
+
+// A grey mosaic of two levels: the left half `low`, the right half `high` (the split on an even
+// column). Grey images with a straight edge are reconstructed exactly by the demosaicing, so
+// the frame's minimum and maximum are exactly these levels.
+ZTImage twoLevelFrame(PfncFormat_ format, unsigned width, unsigned height, unsigned low, unsigned high,
+                      int padding = 0) {
+    ZTImage image = ZTImage::create(format, width, height, padding);
+    const bool wide = getBitsPerChannel(format) > 8;
+    for (unsigned y = 0; y < height; ++y) {
+        unsigned char* row = image.getBuffer() + y * image.getStride();
+        for (unsigned x = 0; x < width; ++x) {
+            const unsigned v = x < (width / 2 & ~1u) ? low : high;
+            if (wide) reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(v);
+            else row[x] = static_cast<uint8_t>(v);
+        }
+    }
+    return image;
+}
+
+unsigned sampleAt(const ZTImage& image, unsigned x, unsigned y, unsigned channel) {
+    const unsigned channels = getBitsPerPixel(image.getPixelType()) / (getBitsPerChannel(image.getPixelType()) > 8 ? 16 : 8);
+    const unsigned char* row = image.getBuffer() + y * image.getStride();
+    if (getBitsPerChannel(image.getPixelType()) > 8) return reinterpret_cast<const uint16_t*>(row)[x * channels + channel];
+    return row[x * channels + channel];
+}
+
+ZTImage convertTo(PfncFormat_ target, const ZTImage& src) {
+    ZTImageFormatConverter converter;
+    converter.setOutputFormat(target);
+    ZTImage dst;
+    EXPECT_EQ(converter.convert(dst, src), 0);
+    return dst;
+}
+
+struct ScalingCase {
+    const char* what;
+    const char* policy;
+    PfncFormat_ dst, src;
+    unsigned low, high;        // the frame's two levels
+    unsigned outLow, outHigh;  // expected results, by hand from the rule named in `what`
+};
+
+}  // namespace
+
+TEST(BayerConversion, FlatColoursComeBackInEveryPattern) {
+    // Each pattern's own cell layout: a flat colour mosaiced in it must return as that colour.
+    struct Pattern { PfncFormat_ format8, format12; const char* cell; };
+    const Pattern patterns[] = {{BayerGR8, BayerGR12, "GRBG"}, {BayerRG8, BayerRG12, "RGGB"},
+                                {BayerGB8, BayerGB12, "GBRG"}, {BayerBG8, BayerBG12, "BGGR"}};
+    const unsigned colour[3] = {200, 90, 30};  // R, G, B
+    for (const Pattern& p : patterns) {
+        for (PfncFormat_ format : {p.format8, p.format12}) {
+            const unsigned scale = format == p.format8 ? 1 : 16;
+            ZTImage mosaic = ZTImage::create(format, 10, 7);
+            for (unsigned y = 0; y < 7; ++y)
+                for (unsigned x = 0; x < 10; ++x) {
+                    const char c = p.cell[(y % 2) * 2 + x % 2];
+                    const unsigned v = colour[c == 'R' ? 0 : c == 'G' ? 1 : 2] * scale;
+                    if (scale == 1) mosaic.getBuffer()[y * 10 + x] = static_cast<uint8_t>(v);
+                    else reinterpret_cast<uint16_t*>(mosaic.getBuffer())[y * 10 + x] = static_cast<uint16_t>(v);
+                }
+            const PfncFormat_ target = scale == 1 ? RGB8 : RGB12;
+            const ZTImage rgb = convertTo(target, mosaic);
+            for (unsigned y : {0u, 3u, 6u})
+                for (unsigned x : {0u, 5u, 9u})  // borders and interior
+                    for (unsigned c = 0; c < 3; ++c)
+                        ASSERT_EQ(sampleAt(rgb, x, y, c), colour[c] * scale)
+                            << p.cell << " at " << x << "," << y << " channel " << c << " depth " << getBitsPerChannel(format);
+        }
+    }
+}
+
+TEST(BayerConversion, ScalingRulesOnFramesOfChosenRange) {
+    const ScalingCase cases[] = {
+        // Same depth, default: 8 bits undo the widening (1/257), deeper depths are unchanged.
+        {"RGB8<-BayerRG8 1/257", nullptr, RGB8, BayerRG8, 10, 200, 10, 200},
+        {"RGB12<-BayerRG12 unchanged", nullptr, RGB12, BayerRG12, 100, 3000, 100, 3000},
+        {"RGB16<-BayerRG16 unchanged", nullptr, RGB16, BayerRG16, 5, 60000, 5, 60000},
+        // Depth change, default: range 2900 > 4095/4 stretches (255/2900, beta -8.793) ...
+        {"RGB8<-BayerRG12 stretched", nullptr, RGB8, BayerRG12, 100, 3000, 0, 255},
+        // ... range 800 does not: 255/4095 x 1000 = 62.3, x 1800 = 112.1.
+        {"RGB8<-BayerRG12 full scale", nullptr, RGB8, BayerRG12, 1000, 1800, 62, 112},
+        // Range 600 > 1023/4: gain 65535/600 capped at 4, beta -400.
+        {"RGB16<-BayerRG10 capped gain", nullptr, RGB16, BayerRG10, 100, 700, 0, 2400},
+        // Range 200: 65535/1023 = 64.0616: 100 -> 6406.2, 300 -> 19218.48 -> 19218.
+        {"RGB16<-BayerRG10 full scale", nullptr, RGB16, BayerRG10, 100, 300, 6406, 19218},
+        // raw never stretches: 255/4095 x 100 = 6.2, x 3000 = 186.8.
+        {"raw RGB8<-BayerRG12", "raw", RGB8, BayerRG12, 100, 3000, 6, 187},
+        {"RAW RGB16<-BayerBG10 fixed gain", "RAW", RGB16, BayerBG10, 100, 300, 6406, 19218},
+        // normalize, 8 bits: the widened data exceed 255, so min..max stretches to 0..255.
+        {"normalize RGB8<-BayerRG8", "normalize", RGB8, BayerRG8, 10, 200, 0, 255},
+        // normalize inside the band (0.25, 0.9) x 4095: gain 4095/2000 = 2.0475.
+        {"Normalize RGB12<-BayerGR12 in band", "Normalize", RGB12, BayerGR12, 1000, 3000, 0, 4095},
+        // ... and from 0.9 x 4095 up, unchanged.
+        {"normalize RGB12<-BayerGR12 wide", "NORMALIZE", RGB12, BayerGR12, 100, 3900, 100, 3900},
+        // Values that only begin with a keyword, or carry blanks, are the default policy.
+        {"' raw' is default", " raw", RGB8, BayerRG12, 1000, 1800, 62, 112},
+        {"'rawx' is default", "rawx", RGB8, BayerRG12, 1000, 1800, 62, 112},
+        {"empty is default", "", RGB12, BayerRG12, 1000, 3000, 1000, 3000},
+        // Mono: the stretch applies to equal depths too, and ignores the policy.
+        {"Mono12<-BayerGR12 stretched", "raw", Mono12, BayerGR12, 1000, 3000, 0, 4095},
+        {"Mono8<-BayerRG8 stretched", nullptr, Mono8, BayerRG8, 10, 200, 0, 255},
+        {"Mono16<-BayerRG10 capped gain", nullptr, Mono16, BayerRG10, 100, 700, 0, 2400},
+        // Widened range 50 x 257 = 12850 < 65535/4: 1/257.
+        {"Mono8<-BayerRG8 full scale", nullptr, Mono8, BayerRG8, 100, 150, 100, 150},
+    };
+    for (const ScalingCase& c : cases) {
+        PolicyScope policy(c.policy);
+        const ZTImage frame = twoLevelFrame(c.src, 12, 6, c.low, c.high);
+        const ZTImage out = convertTo(c.dst, frame);
+        const unsigned channels = getBitsPerChannel(c.dst) > 8 ? getBitsPerPixel(c.dst) / 16 : getBitsPerPixel(c.dst) / 8;
+        for (unsigned ch = 0; ch < channels; ++ch) {
+            EXPECT_EQ(sampleAt(out, 1, 2, ch), c.outLow) << c.what;
+            EXPECT_EQ(sampleAt(out, 10, 3, ch), c.outHigh) << c.what;
+        }
+    }
+    // A flat frame under normalize: gain 1 on widened samples, which saturate to 255.
+    PolicyScope policy("normalize");
+    const ZTImage flat = convertTo(RGB8, twoLevelFrame(BayerRG8, 8, 4, 100, 100));
+    EXPECT_EQ(sampleAt(flat, 3, 2, 0), 255u);
+}
+
+TEST(BayerConversion, PaddedSourcesEqualPackedOnesAndSourcesAreNotModified) {
+    for (PfncFormat_ format : {BayerRG8, BayerGB12, BayerBG16}) {
+        const ZTImage packed = twoLevelFrame(format, 14, 9, 30, 220);
+        ZTImage padded = twoLevelFrame(format, 14, 9, 30, 220, 6);
+        // Texture so the demosaicing has work to do, written identically into both.
+        for (unsigned y = 0; y < 9; ++y)
+            for (unsigned x = 0; x < 14; x += 3) {
+                const unsigned v = (x * 7 + y * 13) % 200 + 20;
+                for (const ZTImage* img : {&packed, static_cast<const ZTImage*>(&padded)}) {
+                    unsigned char* row = img->getBuffer() + y * img->getStride();
+                    if (getBitsPerChannel(format) > 8) reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(v * 16);
+                    else row[x] = static_cast<uint8_t>(v);
+                }
+            }
+        const std::vector<unsigned char> before(packed.getBuffer(), packed.getBuffer() + packed.getByteCount());
+        for (PfncFormat_ target : {RGB8, Mono8}) {
+            const ZTImage a = convertTo(target, packed);
+            const ZTImage b = convertTo(target, padded);
+            EXPECT_EQ(0, std::memcmp(a.getBuffer(), b.getBuffer(), a.getByteCount())) << std::hex << format;
+        }
+        EXPECT_EQ(0, std::memcmp(packed.getBuffer(), before.data(), before.size())) << "source modified";
+    }
+}
+
+TEST(BayerConversion, WideningEqualsTheScalarFormulaAtEveryLength) {
+    std::vector<uint8_t> in(70);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint8_t>(i * 37 + 5);
+    in[3] = 0;
+    in[4] = 255;
+    for (size_t n = 0; n <= in.size(); ++n) {
+        std::vector<uint16_t> out(n + 1, 0xBEEF);
+        widenRow(in.data(), out.data(), n);
+        for (size_t i = 0; i < n; ++i) ASSERT_EQ(out[i], in[i] * 257u) << "length " << n << " index " << i;
+        EXPECT_EQ(out[n], 0xBEEF) << "wrote past the row";
+    }
+}
+
+TEST(BayerConversion, TinyFramesConvert) {
+    for (unsigned w : {1u, 2u, 3u})
+        for (unsigned h : {1u, 2u, 3u})
+            for (PfncFormat_ target : {RGB8, Mono8}) {
+                const ZTImage frame = twoLevelFrame(BayerRG8, w, h, 80, 80);
+                const ZTImage out = convertTo(target, frame);
+                EXPECT_EQ(out.getWidth(), w);
+                EXPECT_EQ(sampleAt(out, w - 1, h - 1, 0), 80u) << w << "x" << h;
+            }
+}
+
+TEST(BayerConversion, RegistryHasBothClassesForEveryBayerPair) {
+    ImageConverterFactory factory;
+    int rgb = 0, mono = 0;
+    for (const ConversionInfo& c : ImageConverterFactory::listConversions()) {
+        auto converter = factory.createConverter(c.dst, c.src);
+        if (dynamic_cast<Bayer2Rgb*>(converter.get())) ++rgb;
+        if (dynamic_cast<Bayer2Mono*>(converter.get())) ++mono;
+    }
+    EXPECT_EQ(rgb, 36);
+    EXPECT_EQ(mono, 36);
+    EXPECT_EQ(factory.createConverter(RGB10, BayerRG12), nullptr);  // depths must match
+    EXPECT_EQ(factory.createConverter(RGB16, BayerRG8), nullptr);
+}
