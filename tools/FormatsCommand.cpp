@@ -10,11 +10,12 @@
 namespace ztool {
 
 const char* const kFormatsHelp =
-    "usage: ztimage formats [FORMAT...]\n"
+    "usage: ztimage formats [--convertible] [FORMAT...]\n"
     "\n"
     "Lists every pixel format the library knows: its PFNC code, bits per channel, the format a\n"
     "camera frame of it is read as (packed frames are unpacked), and the formats it converts\n"
-    "to and from. With FORMAT names, describes those formats only, one block each.\n";
+    "to and from. --convertible leaves out formats without any conversion. With FORMAT names,\n"
+    "describes those formats only, one block each.\n";
 
 namespace {
 
@@ -46,7 +47,7 @@ void describe(PfncFormat_ code, unsigned int bits) {
 }  // namespace
 
 int runFormats(const Args& argv) {
-    const Arguments args(argv, {}, {});
+    const Arguments args(argv, {}, {"--convertible"});
     if (!args.positional().empty()) {
         for (const std::string& name : args.positional()) {
             const PfncFormat_ code = parseFormat(name);
@@ -54,13 +55,15 @@ int runFormats(const Args& argv) {
         }
         return 0;
     }
-    std::printf("%-26s %-10s %4s  %-11s  %-38s  %s\n", "FORMAT", "CODE", "BITS", "READ AS", "CONVERTS TO",
+    const bool convertibleOnly = args.has("--convertible");
+    std::printf("%-26s %-10s %4s  %-11s  %-42s  %s\n", "FORMAT", "CODE", "BITS", "READ AS", "CONVERTS TO",
                 "CONVERTED FROM");
     for (const ZTI::PixelFormatInfo& info : ZTI::getPixelFormats()) {
-        const std::string to = formatList(targetsOfFrames(info.code));
-        const std::string from = formatList(conversionSources(info.code));
+        const std::vector<PfncFormat_> targets = targetsOfFrames(info.code), sources = conversionSources(info.code);
+        if (convertibleOnly && targets.empty() && sources.empty()) continue;
+        const std::string to = formatList(targets), from = formatList(sources);
         const std::string held = readAs(info.code);
-        std::printf("%-26s 0x%08X %4u  %-11s  %-38s  %s\n", info.name ? info.name : "(unnamed)",
+        std::printf("%-26s 0x%08X %4u  %-11s  %-42s  %s\n", info.name ? info.name : "(unnamed)",
                     static_cast<unsigned int>(info.code), info.bitsPerChannel, held.empty() ? "-" : held.c_str(),
                     to.c_str(), from.c_str());
     }

@@ -112,13 +112,17 @@ void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& 
     if (loaded.image.getpaddingX() != 0) loaded.image = unpadded(loaded.image);
 }
 
-// The library format of a decoded file; OpenCV gives colour in blue-green-red order.
-PfncFormat_ formatOfMatrix(const cv::Mat& m) {
+// The library format of a decoded file. OpenCV gives colour in blue-green-red order, which the
+// library converts from at 8 bits only; deeper colour is reordered here and alpha dropped.
+PfncFormat_ formatOfMatrix(cv::Mat& m) {
     if (m.depth() == CV_8U && m.channels() == 1) return ZTI::Mono8;
     if (m.depth() == CV_16U && m.channels() == 1) return ZTI::Mono16;
     if (m.depth() == CV_8U && m.channels() == 3) return ZTI::BGR8;
-    if (m.depth() == CV_16U && m.channels() == 3) return ZTI::BGR16;
     if (m.depth() == CV_8U && m.channels() == 4) return ZTI::BGRa8;
+    if (m.depth() == CV_16U && (m.channels() == 3 || m.channels() == 4)) {
+        cv::cvtColor(m, m, m.channels() == 3 ? cv::COLOR_BGR2RGB : cv::COLOR_BGRA2RGB);
+        return ZTI::RGB16;
+    }
     return 0;
 }
 
@@ -133,7 +137,7 @@ void loadImageFile(const std::string& path, const InputOptions& options, LoadedI
     if (m.empty()) {
         throw ToolError("cannot decode '" + path + "': not an image file OpenCV reads (raw frames need --width and --height)");
     }
-    if (m.depth() == CV_16U && m.channels() == 4) cv::cvtColor(m, m, cv::COLOR_BGRA2BGR);
+    const int channels = m.channels();
     PfncFormat_ format = formatOfMatrix(m);
     if (format == 0) {
         throw ToolError("'" + path + "' holds samples of a kind the library does not take (only 8- and 16-bit "
@@ -143,7 +147,7 @@ void loadImageFile(const std::string& path, const InputOptions& options, LoadedI
         // A one-channel file may hold a format of the same sample size: a Bayer mosaic saved as
         // grey, or 12-bit samples in a 16-bit file.
         const unsigned int bits = static_cast<unsigned int>(m.elemSize1() * 8);
-        if (m.channels() != 1 || ZTI::getBitsPerPixel(options.format) != bits || isBitPacked(options.format) ||
+        if (channels != 1 || ZTI::getBitsPerPixel(options.format) != bits || isBitPacked(options.format) ||
             ZTI::getPixelFormatName(options.format) == nullptr) {
             throw usageError("--from " + formatLabel(options.format) + " does not fit '" + path + "', which holds " +
                              formatLabel(format) + " pixels");

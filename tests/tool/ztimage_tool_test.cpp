@@ -191,6 +191,21 @@ TEST(ToolConvert, ImageFilesBatchesAndEnhancementMatchTheLibrary) {
         ASSERT_EQ(rgb[3 * i + 2], bgr[0]) << "pixel " << i;
     }
 
+    // 16-bit colour arrives as RGB16, which converts onwards.
+    cv::Mat deepColour(3, 5, CV_16UC3);
+    cv::randu(deepColour, 0, 65536);
+    ASSERT_TRUE(cv::imwrite(dir.file("deep-colour.png"), deepColour));
+    run = runTool({"convert", "deep-colour.png", "--to", "RGB16", "-o", "deep-colour.raw"}, dir.path());
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Bytes rgb16 = readBytes(dir.file("deep-colour.raw"));
+    ASSERT_EQ(rgb16.size(), deepColour.total() * 6);
+    for (size_t i = 0; i < deepColour.total(); ++i) {
+        const cv::Vec3w bgr = deepColour.at<cv::Vec3w>(static_cast<int>(i));
+        uint16_t red = 0;
+        std::copy_n(rgb16.data() + 6 * i, 2, reinterpret_cast<unsigned char*>(&red));
+        ASSERT_EQ(red, bgr[2]) << "pixel " << i;
+    }
+
     // A batch: one output per input, named after it, with the chosen extension.
     run = runTool({"convert", "grey.png", "colour.png", "--to", "Mono8", "--out-dir", "batch", "--ext", "bmp"}, dir.path());
     ASSERT_EQ(run.status, 0) << run.err;
