@@ -3,17 +3,26 @@
 
 #include "PixelFormat.h"
 
-/// Unpacks width x height 10-bit pixels from `src` (one continuous stream, no row padding,
-/// read as five-byte groups of four pixels, most significant bits first) into 16-bit
-/// right-aligned values in host byte order at `dst` (2 x width x height bytes). Does nothing
-/// when `format` is not a packed 10- or 12-bit mono or Bayer code, or when `dst` is null.
-/// Pure; callable from any thread.
+/// Unpacks n = width x height 10-bit pixels (n taken as a 32-bit signed product; nothing is
+/// done when it is 0 or negative) from `src` into `dst`. The source is one continuous stream
+/// without row padding, read as five-byte groups of four pixels, most significant bits first:
+/// p0 = b0 << 2 | b1 >> 6, p1 = (b1 & 0x3F) << 4 | b2 >> 4, p2 = (b2 & 0x0F) << 6 | b3 >> 2,
+/// p3 = (b3 & 0x03) << 8 | b4. This one layout is used for every accepted code. A last partial
+/// group of 1 to 3 pixels reads only its first 2 to 4 bytes, so `src` needs ceil(10 n / 8)
+/// bytes. `dst` receives n 16-bit values in host byte order, right-aligned (2 n bytes, rows
+/// packed). Does nothing when `format` is not one of the packed 10- or 12-bit mono and Bayer
+/// codes (Mono10Packed, Mono12Packed, Mono10p, Mono12p and their Bayer counterparts), or when
+/// `dst` is null. Pure; callable from any thread.
 void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst);
 
-/// Unpacks width x height 12-bit pixels from `src` (pairs of pixels in three bytes: the
-/// LSB-first layout for the "p" codes, the packed-pair layout for the "Packed" codes) into
-/// 16-bit right-aligned values at `dst`. For an odd pixel count the last pixel is not written.
-/// Does nothing for other codes or a null `dst`. Pure; callable from any thread.
+/// Unpacks n = width x height 12-bit pixels from `src` into 16-bit right-aligned values in
+/// host byte order at `dst`, reading pairs of pixels from three bytes b0 b1 b2:
+/// - for the "p" codes and the 10p codes (least significant bits first):
+///   p0 = b0 | (b1 & 0x0F) << 8, p1 = b1 >> 4 | b2 << 4;
+/// - for the "Packed" codes: p0 = b0 << 4 | (b1 & 0x0F), p1 = b2 << 4 | b1 >> 4.
+/// Only the n / 2 whole pairs are read (3 bytes each) and written; for an odd n the last pixel
+/// is not written and keeps what `dst` held. Accepts the same codes as the 10-bit unpacker and
+/// does nothing for others, for n < 2 or for a null `dst`. Pure; callable from any thread.
 void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst);
