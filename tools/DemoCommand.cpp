@@ -1,20 +1,21 @@
-// ztimage demo: frames from synthetic sensors through every pipeline of the library, with the
+// ztimage demo: frames from virtual cameras through every pipeline of the library, with the
 // time each stage takes.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "DemoCamera.h"
 #include "FormatNames.h"
 #include "HistogramEnhancement.h"
 #include "ImageFiles.h"
 #include "Progress.h"
 #include "ToolError.h"
+#include "VirtualCamera.h"
 #include "ZTImageFormatConverter.h"
 #ifdef ZTIMAGE_WITH_POLARIZATION
 #include "PolarizationProducts.h"
@@ -25,7 +26,7 @@ namespace ztool {
 const char* const kDemoHelp =
     "usage: ztimage demo [--out DIR] [--frames N] [--width W --height H]\n"
     "\n"
-    "Streams N frames (default 30) of W x H pixels (default 1280 x 1024) from synthetic sensors\n"
+    "Streams N frames (default 30) of W x H pixels (default 1280 x 1024) from virtual cameras\n"
     "through every pipeline of the library:\n"
     "  colour sensor, BayerRG12p and BayerRG8   unpack, demosaic to RGB8\n"
     "  mono sensor, Mono12p                     unpack, Mono8, contrast stretch, equalization\n"
@@ -39,7 +40,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // One step of a pipeline. `run` returns false when the library reports a failure. The
-// synthetic cameras' own work is not the library's and is left out of the table.
+// virtual cameras' own work is not the library's and is left out of the table.
 struct Stage {
     std::string name;
     std::function<bool()> run;
@@ -53,6 +54,20 @@ struct Output {
     const ZTI::ZTImage* image;
 };
 
+// A virtual camera of one format and scene, or a ToolError saying why it cannot be had.
+std::unique_ptr<ZTI::VirtualCamera> openCamera(PfncFormat_ format, unsigned int width, unsigned int height,
+                                               ZTI::VirtualScene scene) {
+    ZTI::VirtualCameraConfig config;
+    config.pixelType = format;
+    config.width = width;
+    config.height = height;
+    config.scene = scene;
+    std::string error;
+    std::unique_ptr<ZTI::VirtualCamera> camera = ZTI::VirtualCamera::open(config, &error);
+    if (!camera) throw ToolError("cannot open a " + formatLabel(format) + " virtual camera: " + error);
+    return camera;
+}
+
 // Converts into `dst`, reusing its memory from frame to frame, as a stream should.
 bool convertInto(ZTI::ZTImageFormatConverter& converter, ZTI::ZTImage& dst, const ZTI::ZTImage& src) {
     return converter.convert(dst, src) == 0;
@@ -60,10 +75,10 @@ bool convertInto(ZTI::ZTImageFormatConverter& converter, ZTI::ZTImage& dst, cons
 
 struct ColourPipeline {
     explicit ColourPipeline(PfncFormat_ sensorFormat, unsigned int w, unsigned int h)
-        : camera(sensorFormat, w, h, DemoScene::Colour), format(sensorFormat) {
+        : camera(openCamera(sensorFormat, w, h, ZTI::VirtualScene::Colour)), format(sensorFormat) {
         toRgb.setOutputFormat(ZTI::RGB8);
     }
-    DemoCamera camera;
+    std::unique_ptr<ZTI::VirtualCamera> camera;
     PfncFormat_ format;
     ZTI::ZTGrabResultPtr frame;
     ZTI::ZTImage raw, rgb;
@@ -71,10 +86,10 @@ struct ColourPipeline {
 };
 
 struct MonoPipeline {
-    MonoPipeline(unsigned int w, unsigned int h) : camera(ZTI::Mono12p, w, h, DemoScene::Colour) {
+    MonoPipeline(unsigned int w, unsigned int h) : camera(openCamera(ZTI::Mono12p, w, h, ZTI::VirtualScene::Colour)) {
         toMono8.setOutputFormat(ZTI::Mono8);
     }
-    DemoCamera camera;
+    std::unique_ptr<ZTI::VirtualCamera> camera;
     ZTI::ZTGrabResultPtr frame;
     ZTI::ZTImage raw, mono8, stretched, equalized;
     ZTI::ZTImageFormatConverter toMono8;
@@ -144,7 +159,7 @@ int runDemo(const Args& argv) {
 
     for (ColourPipeline* p : {&bayer12, &bayer8}) {
         const std::string sensor = formatLabel(p->format);
-        add(sensor + " grab", [p] { return static_cast<bool>(p->frame = p->camera.grab()); }, false);
+        add(sensor + " grab", [p] { return static_cast<bool>(p->frame = p->camera->grab()); }, false);
         // Attaching a BayerRG8 frame only views its memory: no pixel work worth a line.
         const bool unpacks = p->format == ZTI::BayerRG12p;
         add(sensor + (unpacks ? " unpack" : " attach"), [p] {
@@ -157,7 +172,7 @@ int runDemo(const Args& argv) {
         outputs.push_back({"colour-" + sensor + ".png", &p->rgb});
     }
 
-    add("Mono12p grab", [&mono] { return static_cast<bool>(mono.frame = mono.camera.grab()); }, false);
+    add("Mono12p grab", [&mono] { return static_cast<bool>(mono.frame = mono.camera->grab()); }, false);
     add("Mono12p unpack", [&mono] {
         mono.raw.attachGrabResult(mono.frame);
         mono.frame.Release();
@@ -184,7 +199,7 @@ int runDemo(const Args& argv) {
     ZTI::ZTImage stretchedMono8;
 
 #ifdef ZTIMAGE_WITH_POLARIZATION
-    DemoCamera polarCamera(ZTI::Mono8, width, height, DemoScene::Polarization);
+    const auto polarCamera = openCamera(ZTI::Mono8, width, height, ZTI::VirtualScene::Polarization);
     ZTI::ZTGrabResultPtr polarFrame;
     ZTI::ZTImage mosaic;
     struct Product {
@@ -201,7 +216,7 @@ int runDemo(const Args& argv) {
         {"quadrants-raw", &ZTI::extractFullPolarQuadrant, {}},
     };
     ZTI::ZTImage heatmap;
-    add("Mono8 polarized grab", [&] { return static_cast<bool>(polarFrame = polarCamera.grab()); }, false);
+    add("Mono8 polarized grab", [&] { return static_cast<bool>(polarFrame = polarCamera->grab()); }, false);
     add("Mono8 polarized attach", [&] {
         mosaic.attachGrabResult(polarFrame);
         polarFrame.Release();
