@@ -13,6 +13,10 @@ foreach(platform demosaic polarization)
     endif()
 endforeach()
 
+# The image library needs the platform libraries beside it; its RUNPATH finds them wherever the
+# tree is installed (a program's own RUNPATH does not reach its libraries' dependencies).
+set_target_properties(${zt_install_targets} PROPERTIES INSTALL_RPATH "$ORIGIN")
+
 install(TARGETS ${zt_install_targets}
     EXPORT ZTImageTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT Development
