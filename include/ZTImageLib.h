@@ -1,14 +1,16 @@
-// Umbrella header: everything the image library offers.
+// Umbrella header: everything the image library offers, and the camera frames it reads.
 #pragma once
 
+#include "HistogramEnhancement.h"
 #include "ImageBufferPool.h"
+#include "ImageConverter.h"
+#include "ImageConverterFactory.h"
+#include "ImagePersistence.h"
 #include "ImageUtil.h"
 #include "PixelFormat.h"
 #include "PixelUnpack.h"
+#include "PolarizationProducts.h"
+#include "VirtualCamera.h"
 #include "ZTGrabResult.h"
 #include "ZTImage.h"
-#include "ImageConverter.h"
-#include "ImageConverterFactory.h"
 #include "ZTImageFormatConverter.h"
-#include "HistogramEnhancement.h"
-#include "ImagePersistence.h"

@@ -1,0 +1,73 @@
+#include "PolarizationBridge.h"
+
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "ZTImageFormatConverter.h"
+#include "ZTImageImpl.h"
+
+namespace ZTI {
+namespace polarization {
+
+uint64_t spannedBytes(const ZTImage& image) {
+    if (image.getWidth() == 0 || image.getHeight() == 0) return 0;
+    return static_cast<uint64_t>(image.getHeight() - 1) * image.getStride() + image.getWidth();
+}
+
+bool isReadableMono8(const ZTImage& image) {
+    // The record's fields are ints: larger images cannot be described.
+    return image.isValid() && image.getPixelType() == Mono8 && image.getWidth() <= INT_MAX &&
+           image.getHeight() <= INT_MAX && image.getStride() <= INT_MAX &&
+           readableBytes(image) >= spannedBytes(image);
+}
+
+const ZTImage* mono8Source(const ZTImage& src, ZTImage& converted) {
+    if (!src.isValid()) return nullptr;
+    if (src.getPixelType() == Mono8) return isReadableMono8(src) ? &src : nullptr;
+    ZTImageFormatConverter converter;
+    converter.setOutputFormat(Mono8);
+    if (converter.convert(converted, src) != 0) return nullptr;
+    return isReadableMono8(converted) ? &converted : nullptr;
+}
+
+pol::ImageInfo describe(const ZTImage& image) {
+    pol::ImageInfo in;
+    in.width = static_cast<int>(image.getWidth());
+    in.height = static_cast<int>(image.getHeight());
+    in.stride = static_cast<int>(image.getStride());
+    in.data = image.getBuffer();  // read only: the library never writes its input
+    in.kind = pol::kMono8;
+    return in;
+}
+
+bool isFilled(const pol::ImageInfo& out) {
+    return out.data != nullptr && out.width > 0 && out.height > 0;
+}
+
+bool publish(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst) {
+    if (!isFilled(out)) return false;
+    const auto width = static_cast<unsigned>(out.width);
+    const auto height = static_cast<unsigned>(out.height);
+    const size_t rowBytes = static_cast<size_t>(bytesPerPixel) * width;
+    const size_t stride = out.stride <= 0 ? rowBytes : static_cast<size_t>(out.stride);
+    if (stride < rowBytes) return false;
+    ZTImage result;
+    if (stride == rowBytes) {
+        result = ZTImage(format, width, height, 0, out.data);
+    } else {
+        result = ZTImage::create(format, width, height);
+        if (result.isValid()) {
+            unsigned char* to = result.getBuffer();
+            const size_t toStride = result.getStride();
+            for (unsigned y = 0; y < height; ++y)
+                std::memcpy(to + y * toStride, out.data + y * stride, rowBytes);
+        }
+    }
+    if (!result.isValid()) return false;
+    dst = std::move(result);
+    return true;
+}
+
+}  // namespace polarization
+}  // namespace ZTI

@@ -1,0 +1,38 @@
+// Between images and the polarization library: the Mono8 image it reads, the record that
+// describes it, and the copy of a result into an image.
+#pragma once
+
+#include "Polarization.h"
+#include "ZTImage.h"
+
+namespace ZTI {
+namespace polarization {
+
+/// Bytes that rows of an 8-bit image span when read through its stride: (height - 1) x stride
+/// + width.
+uint64_t spannedBytes(const ZTImage& image);
+
+/// True when `image` is a valid Mono8 image whose memory holds every row its stride spans and
+/// whose sizes fit the library's record fields.
+bool isReadableMono8(const ZTImage& image);
+
+/// The Mono8 image the library reads: `src` itself when it is Mono8 (the library never writes
+/// its input, so a copy would buy nothing), else `src` converted into `converted` by a
+/// ZTImageFormatConverter. Null when `src` is invalid, has no conversion to Mono8, or the
+/// image is not readable (isReadableMono8).
+const ZTImage* mono8Source(const ZTImage& src, ZTImage& converted);
+
+/// A record describing the Mono8 `image` for the library: width, height, stride and pixels.
+pol::ImageInfo describe(const ZTImage& image);
+
+/// True when the library filled `out` with at least one pixel.
+bool isFilled(const pol::ImageInfo& out);
+
+/// Replaces `dst` by a packed copy, in `format` of `bytesPerPixel` bytes per pixel, of the
+/// library output `out`. Rows of exactly width x bytesPerPixel bytes (or a stride of 0 or
+/// less) are copied in one piece, padded rows row by row. False, `dst` unchanged, when `out`
+/// is empty, its stride is shorter than a row, or the image cannot be allocated.
+bool publish(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst);
+
+}  // namespace polarization
+}  // namespace ZTI
