@@ -16,10 +16,8 @@
 #include "Progress.h"
 #include "ToolError.h"
 #include "VirtualCamera.h"
-#include "ZTImageFormatConverter.h"
-#ifdef ZTIMAGE_WITH_POLARIZATION
 #include "PolarizationProducts.h"
-#endif
+#include "ZTImageFormatConverter.h"
 
 namespace ztool {
 
@@ -198,7 +196,6 @@ int runDemo(const Args& argv) {
     // would look dark in every viewer.
     ZTI::ZTImage stretchedMono8;
 
-#ifdef ZTIMAGE_WITH_POLARIZATION
     const auto polarCamera = openCamera(ZTI::Mono8, width, height, ZTI::VirtualScene::Polarization);
     ZTI::ZTGrabResultPtr polarFrame;
     ZTI::ZTImage mosaic;
@@ -230,9 +227,6 @@ int runDemo(const Args& argv) {
     // DoLP from 0 to 100 % coloured from blue to red.
     add("polarization heat map", [&] { return ZTI::CreateHeatmap(mosaic, heatmap, 0, 100, 1, 5) == 0; });
     outputs.push_back({"polar-heatmap.png", &heatmap});
-#else
-    notes.push_back("polarization products are not in this build: the polarized sensor was skipped");
-#endif
 
     Progress progress("streaming", frames);
     for (unsigned int frame = 0; frame < frames; ++frame) {

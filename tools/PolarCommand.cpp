@@ -6,10 +6,8 @@
 #include "FormatNames.h"
 #include "ImageConverterFactory.h"
 #include "ImageFiles.h"
-#include "ToolError.h"
-#ifdef ZTIMAGE_WITH_POLARIZATION
 #include "PolarizationProducts.h"
-#endif
+#include "ToolError.h"
 
 namespace ztool {
 
@@ -30,12 +28,6 @@ const char* const kPolarHelp =
     "  quadrants      the four planes tiled (90 45 / 135 0), Mono8\n"
     "  quadrants-raw  the same tiling done without conversion, keeping the input's depth\n"
     "Inputs and outputs are as for ztimage convert.\n";
-
-#ifndef ZTIMAGE_WITH_POLARIZATION
-
-int runPolar(const Args&) { throw ToolError("this build of the library has no polarization products"); }
-
-#else
 
 namespace {
 
@@ -67,13 +59,14 @@ std::pair<std::string, std::string> splitPair(const std::string& text, const cha
     return {text.substr(0, colon), text.substr(colon + 1)};
 }
 
-int quadrantOf(const std::string& product) {
-    if (product == "i0") return 0;
-    if (product == "i45") return 1;
-    if (product == "i90") return 2;
-    if (product == "i135") return 3;
-    return -1;
-}
+struct NamedQuadrant {
+    const char* name;
+    ZTI::PolarizationQuadrant quadrant;
+};
+const NamedQuadrant kQuadrants[] = {
+    {"i0", ZTI::PolarQuadrantI0}, {"i45", ZTI::PolarQuadrantI45},
+    {"i90", ZTI::PolarQuadrantI90}, {"i135", ZTI::PolarQuadrantI135},
+};
 
 }  // namespace
 
@@ -86,12 +79,15 @@ int runPolar(const Args& argv) {
     const std::string outputPath = args.required("-o");
     const bool heatmap = product == "heatmap";
     const bool tiledRaw = product == "quadrants-raw";
-    const int quadrant = quadrantOf(product);
+    const NamedQuadrant* quadrant = nullptr;
+    for (const NamedQuadrant& q : kQuadrants) {
+        if (product == q.name) quadrant = &q;
+    }
     MosaicProduct function = nullptr;
     for (const NamedProduct& p : kProducts) {
         if (product == p.name) function = p.function;
     }
-    if (!heatmap && !tiledRaw && quadrant < 0 && function == nullptr) {
+    if (!heatmap && !tiledRaw && quadrant == nullptr && function == nullptr) {
         throw usageError("unknown product '" + product +
                          "' (s0, s1, s2, dolp, aolp, glare, heatmap, i0, i45, i90, i135, quadrants, quadrants-raw)");
     }
@@ -120,6 +116,13 @@ int runPolar(const Args& argv) {
         throw ToolError("polarization products need a mosaic that converts to Mono8; '" + inputPath + "' holds " +
                         formatLabel(format));
     }
+    // The products estimate every polarizer angle at every pixel from whole 2 x 2 cells.
+    const bool wholeCells = heatmap || (function != nullptr && product != "quadrants");
+    const unsigned int width = input.image.getWidth(), height = input.image.getHeight();
+    if (wholeCells && (width % 2 != 0 || height % 2 != 0)) {
+        throw ToolError(product + " needs an even width and height; '" + inputPath + "' is " + std::to_string(width) +
+                        " x " + std::to_string(height));
+    }
     if (tiledRaw && ZTI::getBitsPerChannel(format) > 16) {
         throw ToolError("quadrants-raw takes samples of up to 16 bits; '" + inputPath + "' holds " + formatLabel(format));
     }
@@ -129,8 +132,8 @@ int runPolar(const Args& argv) {
         result = ZTI::CreateHeatmap(input.image, output, range[0], range[1], colours[0], colours[1]);
     } else if (tiledRaw) {
         result = ZTI::extractFullPolarQuadrant(input.image, output);
-    } else if (quadrant >= 0) {
-        result = ZTI::ExtractPolarQuadrant(input.image, output, static_cast<ZTI::PolarizationQuadrant>(quadrant));
+    } else if (quadrant != nullptr) {
+        result = ZTI::ExtractPolarQuadrant(input.image, output, quadrant->quadrant);
     } else {
         result = function(input.image, output);
     }
@@ -138,7 +141,5 @@ int runPolar(const Args& argv) {
     writeImage(output, outputPath);
     return 0;
 }
-
-#endif
 
 }  // namespace ztool

@@ -11,9 +11,6 @@
 #include <vector>
 
 #include "ZTImageLib.h"
-#ifdef ZTIMAGE_WITH_POLARIZATION
-#include "PolarizationProducts.h"
-#endif
 #include "ToolRun.h"
 
 using namespace tooltest;
@@ -72,12 +69,10 @@ TEST(ToolDemo, SavesEveryResultAsADecodablePngAndReportsStageTimes) {
     EXPECT_NE(run.out.find("ms/frame"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("Mono12 contrast stretch"), std::string::npos) << run.out;
 
-    std::vector<std::string> expected = {"colour-BayerRG12p.png", "colour-BayerRG8.png", "mono-Mono8.png",
-                                         "mono-equalized.png", "mono-stretched.png"};
-#ifdef ZTIMAGE_WITH_POLARIZATION
-    expected.insert(expected.end(), {"polar-AoLP.png", "polar-DoLP.png", "polar-S0.png", "polar-glare-reduced.png",
-                                     "polar-heatmap.png", "polar-quadrants-raw.png", "polar-quadrants.png"});
-#endif
+    std::vector<std::string> expected = {
+        "colour-BayerRG12p.png", "colour-BayerRG8.png", "mono-Mono8.png", "mono-equalized.png",
+        "mono-stretched.png",    "polar-AoLP.png",      "polar-DoLP.png", "polar-S0.png",
+        "polar-glare-reduced.png", "polar-heatmap.png", "polar-quadrants-raw.png", "polar-quadrants.png"};
     std::sort(expected.begin(), expected.end());
     // Exactly these files: also no temporary file left behind by the atomic writes.
     ASSERT_EQ(dir.entries("demo-out"), expected);
@@ -241,10 +236,10 @@ TEST(ToolErrors, EachBadInputGetsOneLineAStatusAndNoOutputFile) {
         {good({"--to", "RGB8", "-o", "o.xyz"}), "cannot tell the file type of 'o.xyz'", 2},
         {{"stretch", "colour.png", "--low", "1", "--high", "9", "-o", "o.png"}, "stretch takes Mono8 or Mono12 images", 1},
         {{"convert", "colour.png", "--from", "BayerRG8", "--to", "RGB8", "-o", "o.png"}, "--from BayerRG8 does not fit", 2},
-#ifdef ZTIMAGE_WITH_POLARIZATION
         {{"polar", "good.raw", "--from", "Mono8", "--width", "4", "--height", "4", "--product", "s9", "-o", "o.png"},
          "unknown product 's9'", 2},
-#endif
+        {{"polar", "good.raw", "--from", "Mono8", "--width", "1", "--height", "16", "--product", "dolp", "-o", "o.png"},
+         "dolp needs an even width and height; 'good.raw' is 1 x 16", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.message);
@@ -279,7 +274,6 @@ TEST(ToolInfo, HelpVersionAndTheFormatListComeFromTheLibrary) {
     EXPECT_NE(run.out.find("converts to:    Mono8, Mono16, RGB8"), std::string::npos) << run.out;
 }
 
-#ifdef ZTIMAGE_WITH_POLARIZATION
 TEST(ToolPolar, ProductsAndHeatMapOptionsMatchTheLibrary) {
     TempDirectory dir;
     const Bytes mosaic = randomBytes(8 * 6, 42);
@@ -297,10 +291,9 @@ TEST(ToolPolar, ProductsAndHeatMapOptionsMatchTheLibrary) {
     // Range 10 to 60 %, blue (1) to yellow (4) in the palette's order.
     ASSERT_EQ(ZTI::CreateHeatmap(source, expected, 10, 60, 1, 4), 0);
     EXPECT_EQ(product({"--product", "heatmap", "--range", "10:60", "--colors", "blue:yellow"}), packedPixels(expected));
-    ASSERT_EQ(ZTI::ExtractPolarQuadrant(source, expected, static_cast<ZTI::PolarizationQuadrant>(1)), 0);
+    ASSERT_EQ(ZTI::ExtractPolarQuadrant(source, expected, ZTI::PolarQuadrantI45), 0);
     EXPECT_EQ(product({"--product", "i45"}), packedPixels(expected));
 }
-#endif
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
