@@ -3,6 +3,8 @@ BUILD_DIR   ?= build
 BUILD_TYPE  ?= Release
 CMAKE_FLAGS ?=
 JOBS        ?= $(shell nproc)
+# The build's own make runs under this one: without this it reports every directory it enters.
+MAKEFLAGS   += --no-print-directory
 
 .PHONY: deps configure build test demo bench clean
 
