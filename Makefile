@@ -3,10 +3,12 @@ BUILD_DIR   ?= build
 BUILD_TYPE  ?= Release
 CMAKE_FLAGS ?=
 JOBS        ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+SOAK_FRAMES ?= 100000
 # The build's own make runs under this one: without this it reports every directory it enters.
 MAKEFLAGS   += --no-print-directory
 
-.PHONY: deps configure build test demo bench clean
+.PHONY: deps configure build test demo bench fuzz soak clean
 
 deps:
 	@scripts/install-deps build
@@ -30,5 +32,13 @@ bench: deps
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@scripts/run-bench $(BUILD_DIR)-bench
 
+# SOAK_FRAMES frames from the virtual cameras through every pipeline, checking memory.
+soak: build
+	@$(BUILD_DIR)/tests/soak/soak --frames $(SOAK_FRAMES)
+
+# Every fuzz target for FUZZ_SECONDS, in its own clang build (build-fuzz).
+fuzz:
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) scripts/ci-fuzz
+
 clean:
-	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench
+	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench build-fuzz

@@ -51,6 +51,8 @@ double fullScale(unsigned bits) { return static_cast<double>((1u << (bits & 31u)
 // channel order): 16-bit packed rows are handed over in place, padded rows are gathered first,
 // and 8-bit samples are widened by 257 to 16 bits. Returns the depth of the samples it saw.
 unsigned demosaic(const ZTImage& src, const std::string& pattern, cv::Mat& colour) {
+    // The rows are read directly, not through a view: check them as a view would.
+    requireViewFits(src);
     const unsigned bits = getBitsPerChannel(src.getPixelType());
     const int width = static_cast<int>(src.getWidth()), height = static_cast<int>(src.getHeight());
     const size_t stride = src.getStride();

@@ -12,6 +12,17 @@ struct FrameRule {
     PfncFormat_ target;  // format of the image after unpacking; 0 when not unpacked
 };
 
+// Bytes of packed source the unpacker for `targetBits` reads for width x height pixels (the
+// pixel count taken as a signed 32-bit product, as the unpackers take it): five per group of
+// four 10-bit pixels and k + 1 for a last partial group of k; three per pair of 12-bit pixels.
+uint64_t packedBytesRead(unsigned targetBits, uint32_t width, uint32_t height) {
+    const int32_t n = static_cast<int32_t>(width * height);
+    if (n <= 0) return 0;
+    const uint64_t pixels = static_cast<uint64_t>(n);
+    if (targetBits == 10) return pixels / 4 * 5 + (pixels % 4 != 0 ? pixels % 4 + 1 : 0);
+    return pixels / 2 * 3;
+}
+
 FrameRule frameRule(PfncFormat_ code) {
     switch (code) {
         case Mono10Packed: case Mono10p: return {FrameHandling::Unpack, Mono10};
@@ -55,6 +66,7 @@ void ZTImage::ZTImageImpl::attachGrabResult(const ZTGrabResultPtr& grab) {
                              height_, static_cast<unsigned long>(frame->GetPaddingX()));
             grabResult_ = grab;
             pixelType_ = code;
+            frameSizeUnknown_ = grab->GetImageSize() == 0;
             break;
         }
         case FrameHandling::Unpack: {
@@ -62,9 +74,19 @@ void ZTImage::ZTImageImpl::attachGrabResult(const ZTGrabResultPtr& grab) {
             allocateBuffer(rule.target, width_, height_, nullptr);
             auto* src = static_cast<unsigned char*>(frame->GetBuffer());
             const int w = static_cast<int>(width_), h = static_cast<int>(height_);
-            if (getBitsPerChannel(rule.target) == 10)
+            const unsigned bits = getBitsPerChannel(rule.target);
+            // A frame without memory, one stated shorter than its pixels need (a truncated
+            // transfer), or pixels that do not fit the memory whose 32-bit byte count wrapped,
+            // are not unpacked: the image is left without memory, as after a failed
+            // allocation. An unstated size (0) is trusted.
+            const uint64_t stated = grab->GetImageSize();
+            const uint64_t pixels = static_cast<uint64_t>(width_) * height_;
+            if (src == nullptr || (stated != 0 && stated < packedBytesRead(bits, width_, height_)) ||
+                (ownedBuffer_ != nullptr && allocatedSize_ < 2 * pixels))
+                releaseOwned();
+            if (bits == 10)
                 unpack10BitsPixelBuffer(code, w, h, src, ownedBuffer_);
-            else if (getBitsPerChannel(rule.target) == 12)
+            else if (bits == 12)
                 unpack12BitsPixelBuffer(code, w, h, src, ownedBuffer_);
             pixelType_ = rule.target;
             break;

@@ -60,8 +60,21 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
     } else {
         ZTImageFormatConverter converter;
         converter.setOutputFormat(target);
-        if (!abortOnFailure && !ImageConverterFactory::canConvert(target, source)) {
+        const bool convertible = ImageConverterFactory::canConvert(target, source);
+        if (!abortOnFailure && !convertible) {
             error = "cannot save pixel format " + std::to_string(source) + ": no conversion to the file's format";
+            return false;
+        }
+        // Pixels the image does not hold (a short caller's buffer or frame, no memory at all)
+        // or half a 4:2:2 pair are a failure of the data, not of the program: refused here,
+        // before the conversion would refuse them and the failed conversion abort.
+        if (convertible && !viewFits(image)) {
+            error = "image holds " + std::to_string(readableBytes(image)) + " bytes, its rows span " +
+                    std::to_string(viewBytes(image));
+            return false;
+        }
+        if (convertible && !hasWholePixelPairs(image)) {
+            error = "4:2:2 image of odd width " + std::to_string(image.getWidth()) + ": its pixels come in pairs";
             return false;
         }
         const int result = converter.convert(out.image, image);
@@ -70,6 +83,11 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
             error = "cannot save pixel format " + std::to_string(source) + ": conversion failed";
             return false;
         }
+    }
+    if (out.image.getWidth() == 0 || out.image.getHeight() == 0) {
+        error = "image is empty (" + std::to_string(out.image.getWidth()) + " x " +
+                std::to_string(out.image.getHeight()) + ")";
+        return false;
     }
     const PfncFormat_ written = out.image.getPixelType();
     const int type = get_cv_type(static_cast<int>(getBitsPerChannel(written)), channelCount(written));

@@ -3,6 +3,8 @@
 
 #include <opencv2/core.hpp>
 
+#include <cstdint>
+
 #include "ZTImage.h"
 
 namespace ZTI {
@@ -20,15 +22,40 @@ bool hasColourCode(PIXEL_TYPE dst, PIXEL_TYPE src);
 /// Channels of an image of format `fmt` as a matrix (0 when it has no matrix form).
 int channelCount(PIXEL_TYPE fmt);
 
+/// Bytes a matrix view of the image spans: every row but the last at the stride, the last one
+/// without its padding. 0 for an empty image; UINT64_MAX when the format has no matrix form or
+/// the sum does not fit 64 bits.
+uint64_t viewBytes(const ZTImage& image);
+
+/// True when the image's memory (the stated size of a caller's buffer or a frame, the
+/// allocation of pool memory) holds every byte of its matrix view.
+bool viewFits(const ZTImage& image);
+
+/// Raises cv::Exception (StsOutOfRange), naming the geometry and the memory, when the image's
+/// memory does not hold its matrix view.
+void requireViewFits(const ZTImage& image);
+
+/// False for a 4:2:2 image (YUV422_8_UYVY, YUV422_8, YCbCr422_8) of odd width: its pixels come
+/// in pairs that share chroma, and OpenCV's conversions of a row with half a pair read and
+/// write past the row's end. True for every other image.
+bool hasWholePixelPairs(const ZTImage& image);
+
+/// Raises cv::Exception (StsBadSize) when hasWholePixelPairs is false.
+void requireWholePixelPairs(const ZTImage& image);
+
 /// A matrix over the image's own pixels (rows = height, columns = width, row step = stride),
-/// read through the non-detaching accessor. No copy; must not outlive the image.
+/// read through the non-detaching accessor. No copy; must not outlive the image. Raises
+/// cv::Exception when the image's memory is shorter than the view.
 inline cv::Mat sourceView(const ZTImage& image) {
+    requireViewFits(image);
     return cv::Mat(static_cast<int>(image.getHeight()), static_cast<int>(image.getWidth()),
                    get_cv_mat_type(image.getPixelType()), image.getBuffer(), image.getStride());
 }
 
-/// A writable matrix over the image's pixels (the image gets private memory first).
+/// A writable matrix over the image's pixels (the image gets private memory first). Raises
+/// cv::Exception when the image's memory is shorter than the view.
 inline cv::Mat destinationView(ZTImage& image) {
+    requireViewFits(image);
     return cv::Mat(static_cast<int>(image.getHeight()), static_cast<int>(image.getWidth()),
                    get_cv_mat_type(image.getPixelType()), image.getBuffer(), image.getStride());
 }

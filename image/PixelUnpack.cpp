@@ -144,7 +144,7 @@ void unpackPairs12(const unsigned char* src, unsigned char* dst, size_t pairs) {
 
 void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst) {
-    if (!isAcceptedPackedFormat(format) || dst == nullptr) return;
+    if (!isAcceptedPackedFormat(format) || src == nullptr || dst == nullptr) return;
     const int32_t n = pixelCount(width, height);
     if (n <= 0) return;
     const size_t groups = static_cast<size_t>(n) / 4;
@@ -167,7 +167,7 @@ void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned
 
 void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst) {
-    if (!isAcceptedPackedFormat(format) || dst == nullptr) return;
+    if (!isAcceptedPackedFormat(format) || src == nullptr || dst == nullptr) return;
     const int32_t n = pixelCount(width, height);
     // An odd last pixel is left unwritten: its slot keeps whatever the buffer held.
     if (n < 2) return;

@@ -21,6 +21,7 @@ ZTImage::ZTImageImpl::ZTImageImpl(const ZTImageImpl& other)
             // A view of camera memory: share the frame, copy no pixels.
             grabResult_ = other.grabResult_;
             userBuffer_ = other.userBuffer_;
+            frameSizeUnknown_ = other.frameSizeUnknown_;
         } else if (other.ownedBuffer_ != nullptr) {
             copyOwnedFrom(other);
         }
@@ -70,6 +71,7 @@ uint64_t ZTImage::ZTImageImpl::allocationSize() const {
 void ZTImage::ZTImageImpl::allocateBuffer(PfncFormat_ pixelType, unsigned int width,
                                           unsigned int height, void* source) {
     releaseOwned();
+    frameSizeUnknown_ = false;
     pixelType_ = pixelType;
     byteCount_ = getPackedByteCount(pixelType, width, height);
     allocatedSize_ = allocationSize();
@@ -93,6 +95,7 @@ void ZTImage::ZTImageImpl::attachUserBuffer(void* buffer, unsigned long size, Pf
                                             unsigned int width, unsigned int height,
                                             unsigned long paddingX) {
     releaseOwned();
+    frameSizeUnknown_ = false;
     // A held grab result stays held: the frame remains alive while this image exists.
     userBuffer_ = static_cast<unsigned char*>(buffer);
     pixelType_ = pixelType;

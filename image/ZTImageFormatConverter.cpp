@@ -4,6 +4,7 @@
 
 #include "Assert.h"
 #include "ImageConverterFactory.h"
+#include "MatrixBridge.h"
 
 namespace ZTI {
 
@@ -48,6 +49,12 @@ int ZTImageFormatConverter::convert(ZTImage& dst, const ZTImage& src) {
         it = converterCache_.emplace(key, std::move(converter)).first;
     }
     if (!it->second) return -1;
+    // An empty image has nothing to convert (OpenCV would reject its empty matrices).
+    if (src.getWidth() == 0 || src.getHeight() == 0) return 0;
+    // Memory shorter than the rows (a caller's buffer or a frame stated smaller, a byte count
+    // that wrapped, a failed allocation) is refused rather than read or written past its end.
+    // So is a 4:2:2 image of odd width, whose last pixel has no partner to share chroma with.
+    if (!viewFits(src) || !viewFits(dst) || !hasWholePixelPairs(src)) return -1;
     it->second->convert(dst, src);
     return 0;
 }

@@ -43,8 +43,15 @@ public:
     void attachGrabResult(const ZTGrabResultPtr& grab);
 
     /// Bytes that may be read from getBuffer(): the whole allocation for owned memory, the
-    /// stated size for a caller's buffer or a camera frame.
-    uint64_t readableBytes() const { return ownedBuffer_ != nullptr ? allocatedSize_ : byteCount_; }
+    /// stated size for a caller's buffer or a camera frame. A frame that did not state its size
+    /// is trusted to hold every row its geometry spans.
+    uint64_t readableBytes() const {
+        if (ownedBuffer_ != nullptr) return allocatedSize_;
+        uint64_t rows = 0;
+        if (frameSizeUnknown_ && !__builtin_mul_overflow(static_cast<uint64_t>(getStride()), height_, &rows))
+            return rows > byteCount_ ? rows : byteCount_;
+        return byteCount_;
+    }
 
 private:
     void releaseOwned();
@@ -63,6 +70,9 @@ private:
     int64_t paddingX_ = 0;
     /// Size the owned buffer was acquired with and is given back under.
     uint64_t allocatedSize_ = 0;
+    /// Set while viewing a camera frame whose size was not stated (byteCount_ then holds the
+    /// packed size the format implies, not what the frame holds).
+    bool frameSizeUnknown_ = false;
 };
 
 /// Library-internal access to an image's implementation object.

@@ -30,7 +30,9 @@ public:
     virtual ~IImageConverter() {}
     /// Writes `src` converted into `dst`, which must already have the destination format and
     /// the source's width and height (ZTImageFormatConverter ensures this). Returns nothing;
-    /// OpenCV errors propagate as cv::Exception and may leave `dst` partly written.
+    /// OpenCV errors propagate as cv::Exception and may leave `dst` partly written. An image
+    /// whose memory is shorter than its rows raises cv::Exception before anything is read or
+    /// written.
     virtual void convert(ZTImage& dst, const ZTImage& src) = 0;
 };
 

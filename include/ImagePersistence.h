@@ -29,8 +29,10 @@ public:
     /// converted first when needed; the caller's image is never modified. Rows are written
     /// packed (row padding is not skipped). The file appears complete or not at all: it is
     /// written under a temporary name beside `path` and renamed. A codec failure (also an
-    /// extension no codec knows) is not reported. A format that cannot be converted to its file format is a programming error
-    /// and aborts (use trySave or canSave to check first). Thread-safe for distinct images.
+    /// extension no codec knows) is not reported, nor is an image that is empty or holds less
+    /// memory than its rows span (nothing is written then). A format that cannot be converted
+    /// to its file format is a programming error and aborts (use trySave or canSave to check
+    /// first). Thread-safe for distinct images.
     static void save(ImageFileFormat format, const ZTImage& image, const char* path);
 
     /// Like save, but reports every failure instead: returns false and sets `error` to a

@@ -12,7 +12,8 @@
 /// bytes. `dst` receives n 16-bit values in host byte order, right-aligned (2 n bytes, rows
 /// packed). Does nothing when `format` is not one of the packed 10- or 12-bit mono and Bayer
 /// codes (Mono10Packed, Mono12Packed, Mono10p, Mono12p and their Bayer counterparts), or when
-/// `dst` is null. Pure; callable from any thread.
+/// `src` or `dst` is null. The buffers' sizes cannot be checked: the caller provides them.
+/// Pure; callable from any thread.
 void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst);
 
@@ -23,6 +24,7 @@ void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned
 /// - for the "Packed" codes: p0 = b0 << 4 | (b1 & 0x0F), p1 = b2 << 4 | b1 >> 4.
 /// Only the n / 2 whole pairs are read (3 bytes each) and written; for an odd n the last pixel
 /// is not written and keeps what `dst` held. Accepts the same codes as the 10-bit unpacker and
-/// does nothing for others, for n < 2 or for a null `dst`. Pure; callable from any thread.
+/// does nothing for others, for n < 2 or for a null `src` or `dst`. Pure; callable from any
+/// thread.
 void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
                              unsigned char* dst);

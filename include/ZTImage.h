@@ -69,6 +69,10 @@ public:
     /// Turns a camera frame into this image: packed 10- and 12-bit mono and Bayer frames are
     /// unpacked into 16-bit pool memory (and the frame is let go at once); other formats are
     /// viewed in the frame's memory, which stays alive while this image or a copy views it.
+    /// The frame's stated size (GetImageSize) bounds every read; a frame that states none (0)
+    /// is trusted to hold its pixels. A packed frame stated shorter than its pixels need, or
+    /// too large for the 32-bit byte count, is not unpacked: the image gets the unpacked format
+    /// and size but no memory (not valid), as after a failed allocation.
     void attachGrabResult(const ZTGrabResultPtr& grab);
     /// Gives this image a private implementation if it shares one (copy-on-write).
     void detach();

@@ -25,9 +25,13 @@ public:
 
     /// Converts `src` into `dst` in the output format. `dst` is reset to the output format and
     /// the source's size only when it differs, so a stream into the same destination reuses
-    /// its memory. Returns 0 on success (equal formats give a deep copy), -1 when no
-    /// conversion exists for the pair; `dst` then has the output format and the source's size
-    /// with undefined contents.
+    /// its memory. Returns 0 on success (equal formats give a deep copy; an empty source gives
+    /// an empty destination), -1 when no conversion exists for the pair or when `src` or `dst`
+    /// has less memory than its rows span (stride x (height - 1) plus one row: a caller's
+    /// buffer or a camera frame stated smaller, an invalid image, a size whose byte count
+    /// wrapped), or when `src` is a 4:2:2 image of odd width; `dst` then has the output
+    /// format and the source's size with undefined contents. OpenCV errors (such as a row
+    /// padding that splits a 16-bit sample) pass through as cv::Exception.
     int convert(ZTImage& dst, const ZTImage& src);
 
 private:
