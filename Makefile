@@ -5,6 +5,8 @@ CMAKE_FLAGS ?=
 JOBS        ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 SOAK_FRAMES ?= 100000
+# The build's own make runs under this one: without this it reports every directory it enters.
+MAKEFLAGS   += --no-print-directory
 
 .PHONY: deps configure build test demo bench fuzz soak clean
 
@@ -20,7 +22,9 @@ build: configure
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
-demo: build
+# Builds only what the demo runs, then streams frames through every pipeline into demo-out/.
+demo: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target ztimage
 	@$(BUILD_DIR)/tools/ztimage demo
 
 bench: deps

@@ -108,7 +108,66 @@ void stretchMono8(const uint8_t* src, uint8_t* dst, size_t n, const std::vector<
     for (size_t i = 0; i < n; ++i) dst[i] = lut[src[i]];
 }
 
-void stretchMono12(const unsigned char* src, unsigned char* dst, size_t n, const std::vector<uint16_t>& table) {
+// 12-bit stretch of an increasing range in 16-bit integer lanes:
+// out = min(d x k + floor(d x f), 4095) with d = min(max(v - low, 0), dMax), where k + f is
+// 4095 / range and the fraction f is held to 32 bits (fHigh:fLow, rounded up). The 32-bit
+// fraction keeps d x f within 2^-16 of exact for every d below 65536, so the sum only differs
+// from the exact table where the table's double arithmetic lands on an integer from below; the
+// form is used only after it has been checked against the table for every d, so it is exact.
+struct FixedPointStretch12 {
+    bool exact = false;
+    uint16_t low = 0, dMax = 0, k = 0, fHigh = 0, fLow = 0;
+};
+
+inline uint16_t fixedPoint12(uint16_t v, uint16_t low, uint16_t dMax, uint16_t k, uint16_t fHigh, uint16_t fLow) {
+    uint16_t d = v > low ? static_cast<uint16_t>(v - low) : 0;
+    d = d > dMax ? dMax : d;
+    // floor(d x (fHigh:fLow) / 2^32) from three 16 x 16-bit products, carrying by hand.
+    const uint16_t highLow = static_cast<uint16_t>(d * fHigh);
+    const uint16_t highHigh = static_cast<uint16_t>((static_cast<uint32_t>(d) * fHigh) >> 16);
+    const uint16_t lowHigh = static_cast<uint16_t>((static_cast<uint32_t>(d) * fLow) >> 16);
+    const uint16_t sum = static_cast<uint16_t>(highLow + lowHigh);
+    const uint16_t carry = sum < highLow ? 1 : 0;
+    const uint16_t q = static_cast<uint16_t>(static_cast<uint16_t>(d * k) + highHigh + carry);
+    return q > 4095 ? 4095 : q;
+}
+
+FixedPointStretch12 fit12(unsigned low, unsigned high, unsigned maxInput) {
+    FixedPointStretch12 f;
+    if (high <= low || low > maxInput) return f;
+    const uint64_t range = high - low;
+    const uint64_t fraction = (((uint64_t{4095} % range) << 32) + range - 1) / range;
+    f.low = static_cast<uint16_t>(low);
+    f.dMax = static_cast<uint16_t>(std::min<uint64_t>(range, maxInput - low));
+    f.k = static_cast<uint16_t>(4095 / range);
+    f.fHigh = static_cast<uint16_t>(fraction >> 16);
+    f.fLow = static_cast<uint16_t>(fraction & 0xFFFF);
+    const double l = low, r = static_cast<double>(range);
+    for (unsigned d = 0; d <= f.dMax; ++d) {
+        const uint16_t v = static_cast<uint16_t>(low + d);
+        if (fixedPoint12(v, f.low, f.dMax, f.k, f.fHigh, f.fLow) != stretchSample(v, l, r, 4095.0)) return f;
+    }
+    f.exact = true;
+    return f;
+}
+
+// Kept out of line with scalar parameters so the compiler keeps the products in 16-bit lanes.
+__attribute__((noinline)) void stretch12Fixed(const uint16_t* src, uint16_t* dst, size_t n, uint16_t low,
+                                              uint16_t dMax, uint16_t k, uint16_t fHigh, uint16_t fLow) {
+    for (size_t i = 0; i < n; ++i) dst[i] = fixedPoint12(src[i], low, dMax, k, fHigh, fLow);
+}
+
+void stretchMono12(const unsigned char* src, unsigned char* dst, size_t n, unsigned low, unsigned high) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    // Little-endian hosts hold the samples as native 16-bit words.
+    const FixedPointStretch12 f = fit12(low, high, 65535);
+    if (f.exact && reinterpret_cast<uintptr_t>(src) % 2 == 0 && reinterpret_cast<uintptr_t>(dst) % 2 == 0) {
+        stretch12Fixed(reinterpret_cast<const uint16_t*>(src), reinterpret_cast<uint16_t*>(dst), n, f.low, f.dMax,
+                       f.k, f.fHigh, f.fLow);
+        return;
+    }
+#endif
+    const std::vector<uint16_t> table = mono12Table(low, high);
     const size_t last = table.size() - 1;
     for (size_t i = 0; i < n; ++i) {
         // Little-endian 16-bit words, read bytewise: the buffers need not be aligned.
@@ -139,8 +198,12 @@ struct PackedLayout {
     }
 };
 
-void stretchPacked(unsigned char* buf, size_t width, size_t height, PackedLayout layout,
-                   const std::vector<uint16_t>& table) {
+void stretchPacked(unsigned char* buf, size_t width, size_t height, PfncFormat_ format, unsigned low,
+                   unsigned high) {
+    // Packed pairs go through the table: unpacking into 16-bit lanes and packing back costs
+    // more than the lookups it would save.
+    const PackedLayout layout{format == Mono12p};
+    const std::vector<uint16_t> table = stretchTable(4096, low, high, 4095.0);
     if (width % 2 == 0) {
         // Even widths: every row starts a pair, so the image is one stream of pairs.
         const size_t pairs = width * height / 2;
@@ -193,10 +256,9 @@ int histStretch(ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high)
         const std::vector<uint16_t> table = stretchTable(256, low, high, 255.0);
         stretchMono8(srcBuffer, dstBuffer, pixels, table, fitMono8(low, high, table));
     } else if (format == Mono12) {
-        stretchMono12(srcBuffer, dstBuffer, pixels, mono12Table(low, high));
+        stretchMono12(srcBuffer, dstBuffer, pixels, low, high);
     } else {
-        stretchPacked(dstBuffer, width, height, PackedLayout{format == Mono12p},
-                      stretchTable(4096, low, high, 4095.0));
+        stretchPacked(dstBuffer, width, height, format, low, high);
     }
     return 0;
 }

@@ -26,7 +26,7 @@ void ZTImageFormatConverter::setOutputFormat(PIXEL_TYPE fmt) {
     }
     if (!validOutputFormat) {
         std::fputs("Invalid output format.\n", stderr);
-        ZT_ASSERT(validOutputFormat == true);
+        ZT_ASSERT(validOutputFormat==true);  // NOLINT: the expression text is part of the message
     }
     outputFormat_ = fmt;
 }

@@ -279,7 +279,7 @@ TEST_F(ImageConversionDeathTest, ProgrammingErrorsAbortWithTheExpression) {
                 ZTImageFormatConverter c;
                 c.setOutputFormat(refused);
             },
-            "Invalid output format\\.\n.*setOutputFormat.*validOutputFormat == true");
+            "Invalid output format\\.\n.*setOutputFormat.*validOutputFormat==true");
     }
     // A listed pair whose converter has no colour code: aborts in the lookup.
     ZTImage bgr16 = ZTImage::create(BGR16, 2, 2);
