@@ -171,7 +171,8 @@ int main(int argc, char** argv) {
     // - Bayer converters: the demosaic library's working rows (2); Bayer2Rgb also measures the
     //   frame's range for a depth change in bands of 32 rows (one matrix, 2). Their frame-sized
     //   temporaries come from the pool.
-    // - histStretch: its lookup table (1).
+    // - histStretch: a lookup table (1) when its fixed-point form is not exact for the range
+    //   (for this range it is, so the stage makes none).
     // - polarization: the polarization library's outputs (3 for a Stokes product, 2 for its
     //   8-bit scaling, 10 for a heat map, 2 per angle plane), the working image (1) and the
     //   result image (2 for the products); the plain tiling's alias guard (1).
