@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "ImageConverterFactory.h"
 #include "ZTImageFormatConverter.h"
 #include "ZTImageImpl.h"
 
@@ -25,6 +26,9 @@ bool isReadableMono8(const ZTImage& image) {
 const ZTImage* mono8Source(const ZTImage& src, ZTImage& converted) {
     if (!src.isValid()) return nullptr;
     if (src.getPixelType() == Mono8) return isReadableMono8(src) ? &src : nullptr;
+    // Listed pairs whose converter has no colour code (deep RGB and BGR to mono) would stop
+    // the process inside convert; a frame's format is data, so they count as no conversion.
+    if (!ImageConverterFactory::canConvert(Mono8, src.getPixelType())) return nullptr;
     ZTImageFormatConverter converter;
     converter.setOutputFormat(Mono8);
     if (converter.convert(converted, src) != 0) return nullptr;

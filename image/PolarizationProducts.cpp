@@ -3,6 +3,7 @@
 #include "PolarizationProducts.h"
 
 #include "Polarization.h"
+#include "ImageConverterFactory.h"
 #include "PolarizationBridge.h"
 #include "ZTImageFormatConverter.h"
 
@@ -64,9 +65,16 @@ int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned i
         // The conversion's result is deliberately not examined: a source without a conversion
         // still gets a map, made of the destination the converter left behind (Mono8 of the
         // source's size, undefined pixels). Only memory that cannot be read stops it.
-        ZTImageFormatConverter converter;
-        converter.setOutputFormat(Mono8);
-        converter.convert(converted, src);
+        // A listed pair without colour code would stop the process inside convert; it is
+        // treated like any failed conversion: the destination reset to Mono8 of the source's
+        // size, as the front end leaves it.
+        if (ImageConverterFactory::canConvert(Mono8, src.getPixelType())) {
+            ZTImageFormatConverter converter;
+            converter.setOutputFormat(Mono8);
+            converter.convert(converted, src);
+        } else {
+            converted.reset(Mono8, src.getWidth(), src.getHeight());
+        }
         mosaic = &converted;
     }
     if (!polarization::isReadableMono8(*mosaic)) return -1;
