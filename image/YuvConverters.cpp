@@ -7,23 +7,20 @@
 
 namespace ZTI {
 
+namespace {
+
 // 4:2:2 rows of odd width end in half a pair, which OpenCV would read and write past.
-void Uyvy2Mono::convert(ZTImage& dst, const ZTImage& src) {
+void convert422(ZTImage& dst, const ZTImage& src) {
     requireWholePixelPairs(src);
     convertWithColourCode(dst, src);
 }
-void Uyvy2Rgb::convert(ZTImage& dst, const ZTImage& src) {
-    requireWholePixelPairs(src);
-    convertWithColourCode(dst, src);
-}
-void Yuyv2Mono::convert(ZTImage& dst, const ZTImage& src) {
-    requireWholePixelPairs(src);
-    convertWithColourCode(dst, src);
-}
-void Yuyv2Rgb::convert(ZTImage& dst, const ZTImage& src) {
-    requireWholePixelPairs(src);
-    convertWithColourCode(dst, src);
-}
+
+}  // namespace
+
+void Uyvy2Mono::convert(ZTImage& dst, const ZTImage& src) { convert422(dst, src); }
+void Uyvy2Rgb::convert(ZTImage& dst, const ZTImage& src) { convert422(dst, src); }
+void Yuyv2Mono::convert(ZTImage& dst, const ZTImage& src) { convert422(dst, src); }
+void Yuyv2Rgb::convert(ZTImage& dst, const ZTImage& src) { convert422(dst, src); }
 
 void Yuv2Mono::convert(ZTImage& dst, const ZTImage& src) {
     const cv::Mat source = sourceView(src);
