@@ -65,16 +65,14 @@ int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned i
         // The conversion's result is deliberately not examined: a source without a conversion
         // still gets a map, made of the destination the converter left behind (Mono8 of the
         // source's size, undefined pixels). Only memory that cannot be read stops it.
-        // A listed pair without colour code would stop the process inside convert; it is
-        // treated like any failed conversion: the destination reset to Mono8 of the source's
-        // size, as the front end leaves it.
-        if (ImageConverterFactory::canConvert(Mono8, src.getPixelType())) {
-            ZTImageFormatConverter converter;
-            converter.setOutputFormat(Mono8);
-            converter.convert(converted, src);
-        } else {
-            converted.reset(Mono8, src.getWidth(), src.getHeight());
-        }
+        // A listed pair without colour code (deep RGB and BGR) would stop the process inside
+        // convert; a frame's format is data, so such a source is refused instead.
+        if (!ImageConverterFactory::canConvert(Mono8, src.getPixelType()) &&
+            ImageConverterFactory().createConverter(Mono8, src.getPixelType()) != nullptr)
+            return -1;
+        ZTImageFormatConverter converter;
+        converter.setOutputFormat(Mono8);
+        converter.convert(converted, src);
         mosaic = &converted;
     }
     if (!polarization::isReadableMono8(*mosaic)) return -1;

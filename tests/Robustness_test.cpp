@@ -504,6 +504,6 @@ TEST_F(RobustnessDeathTest, ListedPairsWithoutColourCodeAbortOrAreRefused) {
     // A frame's format is data: the polarization functions treat these pairs as no conversion.
     EXPECT_EQ(CreateStokesS0(ZTImage::create(RGB12, 4, 4), dst), -1);
     EXPECT_FALSE(dst.isValid());
-    EXPECT_EQ(CreateHeatmap(ZTImage::create(BGR10, 4, 4), dst, 0, 100, 1, 5), 0);  // undefined map
-    EXPECT_EQ(dst.getPixelType(), RGB8);
+    EXPECT_EQ(CreateHeatmap(ZTImage::create(BGR10, 4, 4), dst, 0, 100, 1, 5), -1);
+    EXPECT_FALSE(dst.isValid());
 }
