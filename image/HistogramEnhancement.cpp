@@ -10,7 +10,12 @@
 #include <vector>
 
 #include "MatrixBridge.h"
+#include "SimdLanes.h"
 #include "ZTImageImpl.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 namespace ZTI {
 namespace {
@@ -47,11 +52,11 @@ std::vector<uint16_t> mono12Table(unsigned low, unsigned high) {
 }
 
 // The stretch of an increasing 8-bit range in 16-bit integers:
-// out = min(d x aHigh + ((d x aLow) >> 16), 255) with d = min(max(v - low, 0), dMax), that is
-// floor(d x a / 2^16) for a = ceil(255 x 2^16 / range). It is used only after it has been checked
-// against the table for every input value, so it is exact by construction (in practice it
-// holds for ranges up to 255 wide); it lets the compiler process sixteen samples per vector
-// instead of one table lookup per sample.
+// out = d x aHigh + ((d x aLow) >> 16) with d = min(max(v - low, 0), dMax), that is
+// floor(d x a / 2^16) for a = ceil(255 x 2^16 / range), which never exceeds 255 for d <= range.
+// It is used only after it has been checked against the table for every input value, so it is
+// exact by construction (in practice it holds for ranges up to 255 wide); it processes sixteen
+// samples per vector instead of one table lookup per sample.
 struct FixedPointStretch {
     bool exact = false;
     uint8_t low = 0, dMax = 0;
@@ -61,8 +66,6 @@ struct FixedPointStretch {
 inline uint8_t fixedPointSample(uint8_t v, const FixedPointStretch& f) {
     uint8_t d = v > f.low ? static_cast<uint8_t>(v - f.low) : 0;
     d = d > f.dMax ? f.dMax : d;
-    // Each term narrowed to 16 bits on its own, so the compiler keeps 16-bit lanes (a 16-bit
-    // multiply and a high-half multiply) instead of widening to 32 bits.
     const uint16_t r = static_cast<uint16_t>(static_cast<uint16_t>(d * f.aHigh) +
                                              static_cast<uint16_t>((static_cast<uint32_t>(d) * f.aLow) >> 16));
     return static_cast<uint8_t>(r > 255 ? 255 : r);
@@ -84,23 +87,25 @@ FixedPointStretch fitMono8(unsigned low, unsigned high, const std::vector<uint16
     return f;
 }
 
-// Kept out of line with plain scalar parameters: that is the form in which the compiler turns
-// the two products into 16-bit lane multiplies (pmullw/pmulhuw, NEON umull/mul).
-__attribute__((noinline)) void stretchMono8Fixed(const uint8_t* src, uint8_t* dst, size_t n, uint8_t low,
-                                                 uint8_t dMax, uint16_t aHigh, uint16_t aLow) {
-    for (size_t i = 0; i < n; ++i) {
-        uint8_t d = src[i] > low ? static_cast<uint8_t>(src[i] - low) : 0;
-        d = d > dMax ? dMax : d;
-        const uint16_t r = static_cast<uint16_t>(static_cast<uint16_t>(d * aHigh) +
-                                                 static_cast<uint16_t>((static_cast<uint32_t>(d) * aLow) >> 16));
-        dst[i] = static_cast<uint8_t>(r > 255 ? 255 : r);
+void stretchMono8Fixed(const uint8_t* src, uint8_t* dst, size_t n, const FixedPointStretch& f) {
+    size_t i = 0;
+#ifdef ZT_HAVE_LANES
+    using namespace lanes;
+    const U8x16 low = splat<U8x16>(f.low), dMax = splat<U8x16>(f.dMax);
+    const U16x8 aHigh = splat<U16x8>(f.aHigh), aLow = splat<U16x8>(f.aLow);
+    for (; i + 16 <= n; i += 16) {
+        const U8x16 d = min(subSat(load<U8x16>(src + i), low), dMax);
+        const U16x8 first = widenLow(d), second = widenHigh(d);
+        store(dst + i, narrow(first * aHigh + mulHigh(first, aLow), second * aHigh + mulHigh(second, aLow)));
     }
+#endif
+    for (; i < n; ++i) dst[i] = fixedPointSample(src[i], f);
 }
 
 void stretchMono8(const uint8_t* src, uint8_t* dst, size_t n, const std::vector<uint16_t>& table,
                   const FixedPointStretch& f) {
     if (f.exact) {
-        stretchMono8Fixed(src, dst, n, f.low, f.dMax, f.aHigh, f.aLow);
+        stretchMono8Fixed(src, dst, n, f);
         return;
     }
     uint8_t lut[256];
@@ -109,27 +114,27 @@ void stretchMono8(const uint8_t* src, uint8_t* dst, size_t n, const std::vector<
 }
 
 // 12-bit stretch of an increasing range in 16-bit integer lanes:
-// out = min(d x k + floor(d x f), 4095) with d = min(max(v - low, 0), dMax), where k + f is
-// 4095 / range and the fraction f is held to 32 bits (fHigh:fLow, rounded up). The 32-bit
-// fraction keeps d x f within 2^-16 of exact for every d below 65536, so the sum only differs
-// from the exact table where the table's double arithmetic lands on an integer from below; the
-// form is used only after it has been checked against the table for every d, so it is exact.
+// out = d x k + floor(d x f) with d = min(max(v - low, 0), dMax), where k + f is 4095 / range
+// and the fraction f is held to 32 bits (fHigh:fLow, rounded up). floor(d x f) is taken from
+// three 16 x 16-bit products: the high half of d x fHigh, plus 1 when the low half of d x fHigh
+// and the high half of d x fLow add up to 2^16 or more (counted with a rounding half-add, which
+// also counts a sum of exactly 2^16 - 1). That stays within 2^-16 of exact for every d below
+// 65536, so it only differs from the table where the table's double arithmetic lands on an
+// integer from below, or where that sum is 2^16 - 1; the form is used only after it has been
+// checked against the table for every d, so it is exact, and it then never exceeds 4095.
 struct FixedPointStretch12 {
     bool exact = false;
     uint16_t low = 0, dMax = 0, k = 0, fHigh = 0, fLow = 0;
 };
 
-inline uint16_t fixedPoint12(uint16_t v, uint16_t low, uint16_t dMax, uint16_t k, uint16_t fHigh, uint16_t fLow) {
-    uint16_t d = v > low ? static_cast<uint16_t>(v - low) : 0;
-    d = d > dMax ? dMax : d;
-    // floor(d x (fHigh:fLow) / 2^32) from three 16 x 16-bit products, carrying by hand.
-    const uint16_t highLow = static_cast<uint16_t>(d * fHigh);
-    const uint16_t highHigh = static_cast<uint16_t>((static_cast<uint32_t>(d) * fHigh) >> 16);
-    const uint16_t lowHigh = static_cast<uint16_t>((static_cast<uint32_t>(d) * fLow) >> 16);
-    const uint16_t sum = static_cast<uint16_t>(highLow + lowHigh);
-    const uint16_t carry = sum < highLow ? 1 : 0;
-    const uint16_t q = static_cast<uint16_t>(static_cast<uint16_t>(d * k) + highHigh + carry);
-    return q > 4095 ? 4095 : q;
+inline uint16_t fixedPoint12(uint16_t v, const FixedPointStretch12& f) {
+    uint16_t d = v > f.low ? static_cast<uint16_t>(v - f.low) : 0;
+    d = d > f.dMax ? f.dMax : d;
+    const uint32_t highLow = (static_cast<uint32_t>(d) * f.fHigh) & 0xFFFFu;
+    const uint32_t highHigh = (static_cast<uint32_t>(d) * f.fHigh) >> 16;
+    const uint32_t lowHigh = (static_cast<uint32_t>(d) * f.fLow) >> 16;
+    const uint32_t carry = (highLow + lowHigh + 1) >> 16;
+    return static_cast<uint16_t>(d * f.k + highHigh + carry);
 }
 
 FixedPointStretch12 fit12(unsigned low, unsigned high, unsigned maxInput) {
@@ -145,28 +150,54 @@ FixedPointStretch12 fit12(unsigned low, unsigned high, unsigned maxInput) {
     const double l = low, r = static_cast<double>(range);
     for (unsigned d = 0; d <= f.dMax; ++d) {
         const uint16_t v = static_cast<uint16_t>(low + d);
-        if (fixedPoint12(v, f.low, f.dMax, f.k, f.fHigh, f.fLow) != stretchSample(v, l, r, 4095.0)) return f;
+        if (fixedPoint12(v, f) != stretchSample(v, l, r, 4095.0)) return f;
     }
     f.exact = true;
     return f;
 }
 
-// Kept out of line with scalar parameters so the compiler keeps the products in 16-bit lanes.
-__attribute__((noinline)) void stretch12Fixed(const uint16_t* src, uint16_t* dst, size_t n, uint16_t low,
-                                              uint16_t dMax, uint16_t k, uint16_t fHigh, uint16_t fLow) {
-    for (size_t i = 0; i < n; ++i) dst[i] = fixedPoint12(src[i], low, dMax, k, fHigh, fLow);
+#ifdef ZT_HAVE_LANES
+// fixedPoint12 on eight samples. The clamp of v - low to [0, dMax] is two saturating steps:
+// adding 65535 - (low + dMax) saturates every v above low + dMax, and subtracting
+// 65535 - dMax then leaves min(max(v - low, 0), dMax).
+struct Lanes12 {
+    explicit Lanes12(const FixedPointStretch12& f)
+        : raise(lanes::splat<lanes::U16x8>(65535 - f.low - f.dMax)),
+          lower(lanes::splat<lanes::U16x8>(65535 - f.dMax)),
+          k(lanes::splat<lanes::U16x8>(f.k)),
+          fHigh(lanes::splat<lanes::U16x8>(f.fHigh)),
+          fLow(lanes::splat<lanes::U16x8>(f.fLow)) {}
+    lanes::U16x8 raise, lower, k, fHigh, fLow;
+};
+
+inline __attribute__((always_inline)) lanes::U16x8 stretchLanes12(lanes::U16x8 v, const Lanes12& c) {
+    using namespace lanes;
+    const U16x8 d = subSat(addSat(v, c.raise), c.lower);
+    const U16x8 carry = roundedMean(d * c.fHigh, mulHigh(d, c.fLow)) >> 15;
+    return d * c.k + mulHigh(d, c.fHigh) + carry;
+}
+#endif
+
+void stretch12Fixed(const unsigned char* src, unsigned char* dst, size_t n, const FixedPointStretch12& f) {
+    size_t i = 0;
+#ifdef ZT_HAVE_LANES
+    // Little-endian 16-bit words, loaded as they lie: the buffers need not be aligned.
+    const Lanes12 c(f);
+    for (; i + 8 <= n; i += 8) lanes::store(dst + 2 * i, stretchLanes12(lanes::load<lanes::U16x8>(src + 2 * i), c));
+#endif
+    for (; i < n; ++i) {
+        const uint16_t out = fixedPoint12(static_cast<uint16_t>(src[2 * i] | (src[2 * i + 1] << 8)), f);
+        dst[2 * i] = static_cast<unsigned char>(out);
+        dst[2 * i + 1] = static_cast<unsigned char>(out >> 8);
+    }
 }
 
 void stretchMono12(const unsigned char* src, unsigned char* dst, size_t n, unsigned low, unsigned high) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    // Little-endian hosts hold the samples as native 16-bit words.
     const FixedPointStretch12 f = fit12(low, high, 65535);
-    if (f.exact && reinterpret_cast<uintptr_t>(src) % 2 == 0 && reinterpret_cast<uintptr_t>(dst) % 2 == 0) {
-        stretch12Fixed(reinterpret_cast<const uint16_t*>(src), reinterpret_cast<uint16_t*>(dst), n, f.low, f.dMax,
-                       f.k, f.fHigh, f.fLow);
+    if (f.exact) {
+        stretch12Fixed(src, dst, n, f);
         return;
     }
-#endif
     const std::vector<uint16_t> table = mono12Table(low, high);
     const size_t last = table.size() - 1;
     for (size_t i = 0; i < n; ++i) {
@@ -198,16 +229,127 @@ struct PackedLayout {
     }
 };
 
+#ifdef ZT_HAVE_LANES
+// Packed pairs in lanes need a byte shuffle: NEON always has one (tbl), x86 from SSSE3 on
+// (pshufb); the shuffle-free x86-64 baseline keeps the table.
+#if defined(__SSE2__) && !defined(__SSSE3__)
+#define ZT_SHUFFLE_TARGET __attribute__((target("ssse3")))
+#else
+#define ZT_SHUFFLE_TARGET
+#endif
+
+// Stretches pairs in place, four per step (twelve bytes, eight samples in 16-bit lanes), and
+// returns how many it did. A step reads sixteen bytes, so it stops while at least six pairs
+// are left.
+template <bool LsbFirst>
+ZT_SHUFFLE_TARGET size_t stretchPairsInLanes(unsigned char* buf, size_t pairs, const FixedPointStretch12& f) {
+    using namespace lanes;
+    const Lanes12 c(f);
+    size_t p = 0;
+    for (; p + 6 <= pairs; p += 4) {
+        unsigned char* at = buf + 3 * p;
+        const U8x16 bytes = load<U8x16>(at);
+        U16x8 samples;
+        if (LsbFirst) {
+            // Mono12p: the first sample is the low 12 bits of the word at the pair's byte 0, the
+            // second the high 12 bits of the word at byte 1. Multiplying first samples by 16 drops
+            // the bits above them, and the shift right drops those below the second ones.
+            const U16x8 words = (U16x8)__builtin_shufflevector(bytes, bytes, 0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9,
+                                                               10, 10, 11);
+            samples = (words * U16x8{16, 1, 16, 1, 16, 1, 16, 1}) >> 4;
+        } else {
+            // Mono12Packed: b0 b1 b2 hold (b0 << 4 | low nibble of b1) and (b2 << 4 | high nibble
+            // of b1). The words are b0:b1 and b2:b1 (high:low byte).
+            const U16x8 words = (U16x8)__builtin_shufflevector(bytes, bytes, 1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10,
+                                                               9, 10, 11);
+            samples = ((words >> 4) & U16x8{0xFF0, 0xFFF, 0xFF0, 0xFFF, 0xFF0, 0xFFF, 0xFF0, 0xFFF}) |
+                      (words & U16x8{0xF, 0, 0xF, 0, 0xF, 0, 0xF, 0});
+        }
+        // Each 32-bit lane now holds a pair as first | second << 16; repack it into its low
+        // three bytes and close the gaps. Only the twelve bytes of the four pairs are written
+        // back: a sixteen-byte store would overlap the next step's load, which then has to wait
+        // for the store to reach the cache instead of taking its bytes from it.
+        const U16x8 stretched = stretchLanes12(samples, c);
+        const U32x4 pair = (U32x4)stretched;
+        const U32x4 packed = LsbFirst ? join12(stretched) : ((pair >> 4) & 0xFFF0FF) | ((pair & 0xF) << 8);
+        const U8x16 out = __builtin_shufflevector((U8x16)packed, (U8x16)packed, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13,
+                                                  14, 3, 7, 11, 15);
+        std::memcpy(at, &out, 12);
+    }
+    return p;
+}
+
+#if defined(__x86_64__)
+typedef uint16_t U16x16 __attribute__((vector_size(32)));
+typedef uint32_t U32x8 __attribute__((vector_size(32)));
+
+// stretchPairsInLanes with AVX2, eight pairs per step: each 128-bit half of a register takes
+// four pairs (twelve bytes) as the four-pair step does, then the two halves' 24 bytes are
+// closed up and stored. A step reads 28 bytes, so it stops while at least ten pairs are left.
+template <bool LsbFirst>
+__attribute__((target("avx2"))) size_t stretchPairsAvx2(unsigned char* buf, size_t pairs,
+                                                         const FixedPointStretch12& f) {
+    const U16x16 raise = (U16x16)_mm256_set1_epi16(static_cast<short>(65535 - f.low - f.dMax));
+    const __m256i lower = _mm256_set1_epi16(static_cast<short>(65535 - f.dMax));
+    const U16x16 k = (U16x16)_mm256_set1_epi16(static_cast<short>(f.k));
+    const U16x16 fHigh = (U16x16)_mm256_set1_epi16(static_cast<short>(f.fHigh));
+    const __m256i fLow = _mm256_set1_epi16(static_cast<short>(f.fLow));
+    const __m256i gather = _mm256_broadcastsi128_si256(
+        LsbFirst ? _mm_setr_epi8(0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9, 10, 10, 11)
+                 : _mm_setr_epi8(1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11));
+    const __m256i close = _mm256_broadcastsi128_si256(
+        _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+    const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+    size_t p = 0;
+    for (; p + 10 <= pairs; p += 8) {
+        unsigned char* at = buf + 3 * p;
+        const __m256i bytes = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(at + 12),
+                                                  reinterpret_cast<const __m128i*>(at));
+        const U16x16 words = (U16x16)_mm256_shuffle_epi8(bytes, gather);
+        const U16x16 samples = LsbFirst ? (words * (U16x16)_mm256_set1_epi32(0x00010010)) >> 4
+                                        : ((words >> 4) & (U16x16)_mm256_set1_epi32(0x0FFF0FF0)) |
+                                              (words & (U16x16)_mm256_set1_epi32(0x0000000F));
+        const U16x16 d = (U16x16)_mm256_subs_epu16(_mm256_adds_epu16((__m256i)samples, (__m256i)raise), lower);
+        const U16x16 carry = (U16x16)_mm256_avg_epu16((__m256i)(d * fHigh), _mm256_mulhi_epu16((__m256i)d, fLow)) >> 15;
+        const U16x16 stretched = d * k + (U16x16)_mm256_mulhi_epu16((__m256i)d, (__m256i)fHigh) + carry;
+        const U32x8 pair = (U32x8)stretched;
+        const __m256i packed = LsbFirst ? _mm256_madd_epi16((__m256i)stretched, _mm256_set1_epi32(0x10000001))
+                                        : (__m256i)(((pair >> 4) & 0xFFF0FF) | ((pair & 0xF) << 8));
+        const __m256i out = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(packed, close), join);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(out));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(out, 1));
+    }
+    return p;
+}
+#endif
+
+// The widest pair kernel this processor runs, if any: returns how many pairs it did.
+size_t stretchPairsFast(unsigned char* buf, size_t pairs, bool lsbFirst, const FixedPointStretch12& f) {
+#if defined(__x86_64__)
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2) return lsbFirst ? stretchPairsAvx2<true>(buf, pairs, f) : stretchPairsAvx2<false>(buf, pairs, f);
+#endif
+#if defined(__SSE2__) && !defined(__SSSE3__)
+    static const bool ssse3 = __builtin_cpu_supports("ssse3");
+    if (!ssse3) return 0;
+#endif
+    return lsbFirst ? stretchPairsInLanes<true>(buf, pairs, f) : stretchPairsInLanes<false>(buf, pairs, f);
+}
+#endif
+
 void stretchPacked(unsigned char* buf, size_t width, size_t height, PfncFormat_ format, unsigned low,
                    unsigned high) {
-    // Packed pairs go through the table: unpacking into 16-bit lanes and packing back costs
-    // more than the lookups it would save.
     const PackedLayout layout{format == Mono12p};
     const std::vector<uint16_t> table = stretchTable(4096, low, high, 4095.0);
     if (width % 2 == 0) {
         // Even widths: every row starts a pair, so the image is one stream of pairs.
         const size_t pairs = width * height / 2;
-        for (size_t i = 0; i < pairs; ++i) {
+        size_t done = 0;
+#ifdef ZT_HAVE_LANES
+        const FixedPointStretch12 f = fit12(low, high, 4095);
+        if (f.exact) done = stretchPairsFast(buf, pairs, layout.lsbFirst, f);
+#endif
+        for (size_t i = done; i < pairs; ++i) {
             unsigned char* p = buf + 3 * i;
             const unsigned first = table[layout.read(p, false)];
             const unsigned second = table[layout.read(p + 1, true)];

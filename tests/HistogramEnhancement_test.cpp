@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <random>
 #include <vector>
 
 using namespace ZTI;
@@ -96,6 +97,57 @@ TEST(HistStretch, PackedFormatsReadTheDestinationNotTheSource) {
     ASSERT_EQ(histStretch(src, dst, 0, 8190), 0);  // halves every value
     EXPECT_EQ(0, std::memcmp(dst.getBuffer(), pack12({2000, 1000, 500, 0}, false).data(), 6));
     EXPECT_EQ(0, std::memcmp(src.getBuffer(), srcBytes.data(), 6));
+}
+
+// The vector kernels take whole blocks of samples and leave the rest to scalar code: every
+// length from one sample up to several blocks, at every alignment, on random samples, must
+// match the formula, and nothing outside the image may be touched (the buffers end exactly
+// where the image does, so AddressSanitizer sees any read beyond them).
+TEST(HistStretch, AnyLengthAndAlignmentMatchesTheFormula) {
+    std::mt19937 rng(7);
+    const std::pair<unsigned, unsigned> ranges[] = {{20, 3000}, {0, 4095}, {1000, 1003}, {16, 240}, {3000, 100}};
+    for (PfncFormat_ format : {Mono8, Mono12, Mono12Packed, Mono12p}) {
+        const bool packed = format == Mono12Packed || format == Mono12p;
+        const unsigned maxValue = format == Mono8 ? 255 : 4095;
+        for (unsigned width = packed ? 2 : 1; width <= 70; width += packed ? 2 : 1) {
+            for (size_t offset = 0; offset < 4; ++offset) {
+                for (auto [low, high] : ranges) {
+                    std::vector<uint16_t> values(width);
+                    for (auto& v : values) v = static_cast<uint16_t>(rng() % (maxValue + 1));
+                    std::vector<unsigned char> bytes;
+                    if (packed) {
+                        bytes = pack12(values, format == Mono12p);
+                    } else if (format == Mono12) {
+                        bytes.resize(2 * width);
+                        std::memcpy(bytes.data(), values.data(), bytes.size());
+                    } else {
+                        bytes.assign(values.begin(), values.end());
+                    }
+                    std::vector<unsigned char> memory(offset + bytes.size());
+                    std::memcpy(memory.data() + offset, bytes.data(), bytes.size());
+                    ZTImage image;
+                    image.attachUserBuffer(memory.data() + offset, bytes.size(), format, width, 1, 0);
+                    ASSERT_EQ(histStretch(image, image, low, high), 0);
+
+                    std::vector<uint16_t> expected(width);
+                    for (unsigned i = 0; i < width; ++i)
+                        expected[i] = static_cast<uint16_t>(formula(values[i], low, high, double(maxValue)));
+                    std::vector<unsigned char> want;
+                    if (packed) {
+                        want = pack12(expected, format == Mono12p);
+                    } else if (format == Mono12) {
+                        want.resize(2 * width);
+                        std::memcpy(want.data(), expected.data(), want.size());
+                    } else {
+                        want.assign(expected.begin(), expected.end());
+                    }
+                    ASSERT_EQ(0, std::memcmp(memory.data() + offset, want.data(), want.size()))
+                        << std::hex << format << std::dec << " width " << width << " offset " << offset << " ["
+                        << low << ", " << high << "]";
+                }
+            }
+        }
+    }
 }
 
 TEST(HistStretch, OddWidthsChooseThePairHalfByColumn) {
