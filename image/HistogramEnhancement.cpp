@@ -265,13 +265,15 @@ ZT_SHUFFLE_TARGET size_t stretchPairsInLanes(unsigned char* buf, size_t pairs, c
             samples = ((words >> 4) & U16x8{0xFF0, 0xFFF, 0xFF0, 0xFFF, 0xFF0, 0xFFF, 0xFF0, 0xFFF}) |
                       (words & U16x8{0xF, 0, 0xF, 0, 0xF, 0, 0xF, 0});
         }
-        // Each 32-bit lane now holds a pair as first | second << 16; repack it into its low
-        // three bytes and close the gaps. Only the twelve bytes of the four pairs are written
-        // back: a sixteen-byte store would overlap the next step's load, which then has to wait
-        // for the store to reach the cache instead of taking its bytes from it.
+        // Repack each pair into the low three bytes of its 32-bit lane, then close the gaps.
+        // Mono12p: first | second << 12 in one multiply-add. Mono12Packed: the bytes first >> 4
+        // and second >> 4 at 0 and 2, and at 1 the two low nibbles, joined by a multiply-add.
+        // Only the twelve bytes of the four pairs are written back: a sixteen-byte store would
+        // overlap the next step's load, which then has to wait for the store to reach the cache
+        // instead of taking its bytes from it.
         const U16x8 stretched = stretchLanes12(samples, c);
-        const U32x4 pair = (U32x4)stretched;
-        const U32x4 packed = LsbFirst ? join12(stretched) : ((pair >> 4) & 0xFFF0FF) | ((pair & 0xF) << 8);
+        const U32x4 packed = LsbFirst ? multiplyAddPairs(stretched, 1, 4096)
+                                      : (U32x4)(stretched >> 4) | multiplyAddPairs(stretched & 0xF, 256, 4096);
         const U8x16 out = __builtin_shufflevector((U8x16)packed, (U8x16)packed, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13,
                                                   14, 3, 7, 11, 15);
         std::memcpy(at, &out, 12);
@@ -281,7 +283,6 @@ ZT_SHUFFLE_TARGET size_t stretchPairsInLanes(unsigned char* buf, size_t pairs, c
 
 #if defined(__x86_64__)
 typedef uint16_t U16x16 __attribute__((vector_size(32)));
-typedef uint32_t U32x8 __attribute__((vector_size(32)));
 
 // stretchPairsInLanes with AVX2, eight pairs per step: each 128-bit half of a register takes
 // four pairs (twelve bytes) as the four-pair step does, then the two halves' 24 bytes are
@@ -312,9 +313,10 @@ __attribute__((target("avx2"))) size_t stretchPairsAvx2(unsigned char* buf, size
         const U16x16 d = (U16x16)_mm256_subs_epu16(_mm256_adds_epu16((__m256i)samples, (__m256i)raise), lower);
         const U16x16 carry = (U16x16)_mm256_avg_epu16((__m256i)(d * fHigh), _mm256_mulhi_epu16((__m256i)d, fLow)) >> 15;
         const U16x16 stretched = d * k + (U16x16)_mm256_mulhi_epu16((__m256i)d, (__m256i)fHigh) + carry;
-        const U32x8 pair = (U32x8)stretched;
-        const __m256i packed = LsbFirst ? _mm256_madd_epi16((__m256i)stretched, _mm256_set1_epi32(0x10000001))
-                                        : (__m256i)(((pair >> 4) & 0xFFF0FF) | ((pair & 0xF) << 8));
+        const __m256i packed =
+            LsbFirst ? _mm256_madd_epi16((__m256i)stretched, _mm256_set1_epi32(0x10000001))
+                     : (__m256i)(stretched >> 4) |
+                           _mm256_madd_epi16((__m256i)(stretched & 0xF), _mm256_set1_epi32(0x10000100));
         const __m256i out = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(packed, close), join);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm256_castsi256_si128(out));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(at + 16), _mm256_extracti128_si256(out, 1));

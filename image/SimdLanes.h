@@ -84,13 +84,13 @@ ZT_LANE_INLINE U16x8 widenHigh(U8x16 v) {
                                           31);
 }
 
-// Each pair of 16-bit lanes (first, second), both below 4096, as first | second << 12 in a
-// 32-bit lane: one multiply-add on SSE2 (pmaddwd), shifts on NEON.
-ZT_LANE_INLINE U32x4 join12(U16x8 v) {
+// Each pair of 16-bit lanes (first, second) as first x m0 + second x m1 in a 32-bit lane, for
+// lanes and multipliers below 2^15: one multiply-add on SSE2 (pmaddwd), two on NEON.
+ZT_LANE_INLINE U32x4 multiplyAddPairs(U16x8 v, uint16_t m0, uint16_t m1) {
 #if defined(__SSE2__)
-    return (U32x4)_mm_madd_epi16((__m128i)v, _mm_set1_epi32(0x10000001));
+    return (U32x4)_mm_madd_epi16((__m128i)v, _mm_set1_epi32(static_cast<int>(uint32_t{m1} << 16 | m0)));
 #else
-    return ((U32x4)v & 0xFFFF) | (((U32x4)v >> 16) << 12);
+    return ((U32x4)v & 0xFFFF) * m0 + ((U32x4)v >> 16) * m1;
 #endif
 }
 
