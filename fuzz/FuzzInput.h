@@ -112,13 +112,15 @@ inline void touchLastRow(const ZTI::ZTImage& image) {
         __builtin_mul_overflow(uint64_t{image.getHeight() - 1}, uint64_t{image.getStride()}, &rows) ||
         __builtin_add_overflow(rows, row, &end))
         return;
-    // The library counts an image's bytes in 32 bits, as it always has: an unpadded image
-    // beyond 4 GiB gets memory for the wrapped count only, so only that much can be asked of it.
+    // The library counts an image's bits and bytes in 32 bits, as it always has: an unpadded
+    // image whose count wrapped gets memory for the wrapped count only, so only that much can
+    // be asked of it.
     // (A padded one gets every row, or no memory at all.)
     const unsigned __int128 exact = static_cast<unsigned __int128>(ZTI::getBitsPerPixel(image.getPixelType())) *
                                     image.getWidth() * image.getHeight() / 8;
+    const bool wrapped = exact != ZTI::getPackedByteCount(image.getPixelType(), image.getWidth(), image.getHeight());
     const bool padded = image.getStride() != ZTI::getRowStride(image.getPixelType(), image.getWidth(), 0);
-    if (exact > UINT32_MAX && !padded) end = std::min<uint64_t>(end, image.getByteCount());
+    if (wrapped && !padded) end = std::min<uint64_t>(end, image.getByteCount());
     if (end == 0) return;
     volatile unsigned char last = image.getBuffer()[end - 1];
     (void)last;
