@@ -43,6 +43,19 @@ std::vector<unsigned char> pack12(const std::vector<uint16_t>& v, bool lsbFirst)
     return out;
 }
 
+// The bytes of `values` in a stretchable format: 8-bit samples, little-endian 16-bit words, or
+// packed pairs.
+std::vector<unsigned char> bytesOf(const std::vector<uint16_t>& values, PfncFormat_ format) {
+    if (format == Mono12Packed || format == Mono12p) return pack12(values, format == Mono12p);
+    if (format == Mono8) return std::vector<unsigned char>(values.begin(), values.end());
+    std::vector<unsigned char> bytes(2 * values.size());
+    for (size_t i = 0; i < values.size(); ++i) {
+        bytes[2 * i] = static_cast<unsigned char>(values[i]);
+        bytes[2 * i + 1] = static_cast<unsigned char>(values[i] >> 8);
+    }
+    return bytes;
+}
+
 }  // namespace
 
 TEST(HistStretch, Mono8AndMono12EqualTheFormulaForEveryInputValue) {
@@ -114,15 +127,7 @@ TEST(HistStretch, AnyLengthAndAlignmentMatchesTheFormula) {
                 for (auto [low, high] : ranges) {
                     std::vector<uint16_t> values(width);
                     for (auto& v : values) v = static_cast<uint16_t>(rng() % (maxValue + 1));
-                    std::vector<unsigned char> bytes;
-                    if (packed) {
-                        bytes = pack12(values, format == Mono12p);
-                    } else if (format == Mono12) {
-                        bytes.resize(2 * width);
-                        std::memcpy(bytes.data(), values.data(), bytes.size());
-                    } else {
-                        bytes.assign(values.begin(), values.end());
-                    }
+                    const std::vector<unsigned char> bytes = bytesOf(values, format);
                     std::vector<unsigned char> memory(offset + bytes.size());
                     std::memcpy(memory.data() + offset, bytes.data(), bytes.size());
                     ZTImage image;
@@ -132,15 +137,7 @@ TEST(HistStretch, AnyLengthAndAlignmentMatchesTheFormula) {
                     std::vector<uint16_t> expected(width);
                     for (unsigned i = 0; i < width; ++i)
                         expected[i] = static_cast<uint16_t>(formula(values[i], low, high, double(maxValue)));
-                    std::vector<unsigned char> want;
-                    if (packed) {
-                        want = pack12(expected, format == Mono12p);
-                    } else if (format == Mono12) {
-                        want.resize(2 * width);
-                        std::memcpy(want.data(), expected.data(), want.size());
-                    } else {
-                        want.assign(expected.begin(), expected.end());
-                    }
+                    const std::vector<unsigned char> want = bytesOf(expected, format);
                     ASSERT_EQ(0, std::memcmp(memory.data() + offset, want.data(), want.size()))
                         << std::hex << format << std::dec << " width " << width << " offset " << offset << " ["
                         << low << ", " << high << "]";
