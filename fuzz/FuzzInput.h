@@ -107,8 +107,9 @@ inline void touchLastRow(const ZTI::ZTImage& image) {
     if (!image.isValid() || image.getWidth() == 0 || image.getHeight() == 0) return;
     const uint64_t row = uint64_t{ZTI::getBytesPerPixel(image.getPixelType())} * image.getWidth();
     uint64_t rows = 0, end = 0;
-    // A padding that wrapped the stride leaves no rows to speak of: nothing to check.
-    if (row == 0 || image.getStride() < row ||
+    // A negative padding (a stride below the packed row, or one that wrapped round to a huge
+    // value) leaves no rows to speak of: nothing to check.
+    if (row == 0 || static_cast<int64_t>(image.getStride()) < static_cast<int64_t>(row) ||
         __builtin_mul_overflow(uint64_t{image.getHeight() - 1}, uint64_t{image.getStride()}, &rows) ||
         __builtin_add_overflow(rows, row, &end))
         return;
