@@ -2,10 +2,10 @@
 //
 // GCC vector extensions carry what the compilers already map well on both targets (+, -, *,
 // &, |, shifts, comparisons, constant shuffles); the helpers below add what plain C does not
-// express to SSE2: saturating arithmetic, the unsigned minimum, the rounded mean, the high half
-// of a 16 x 16-bit product, narrowing, one or two SSE2 or NEON instructions each. Hosts with
-// neither instruction set, or big-endian ones, get no lanes (ZT_HAVE_LANES stays undefined)
-// and use the scalar code beside each kernel.
+// express to SSE2: saturating arithmetic, the unsigned byte minimum, the rounded mean, the high
+// half of a 16 x 16-bit product, narrowing and pairwise multiply-adds, one or two SSE2 or NEON
+// instructions each. Hosts with neither instruction set, or big-endian ones, get no lanes
+// (ZT_HAVE_LANES stays undefined) and use the scalar code beside each kernel.
 #pragma once
 
 #include <cstdint>
@@ -55,8 +55,6 @@ ZT_LANE_INLINE U16x8 addSat(U16x8 a, U16x8 b) { return (U16x8)_mm_adds_epu16((__
 // (a + b + 1) >> 1 without losing the carry.
 ZT_LANE_INLINE U16x8 roundedMean(U16x8 a, U16x8 b) { return (U16x8)_mm_avg_epu16((__m128i)a, (__m128i)b); }
 ZT_LANE_INLINE U8x16 min(U8x16 a, U8x16 b) { return (U8x16)_mm_min_epu8((__m128i)a, (__m128i)b); }
-// SSE2 has no unsigned 16-bit minimum: a - max(a - b, 0).
-ZT_LANE_INLINE U16x8 min(U16x8 a, U16x8 b) { return a - subSat(a, b); }
 ZT_LANE_INLINE U16x8 mulHigh(U16x8 a, U16x8 b) { return (U16x8)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
 // Lanes already below 256: packing with unsigned saturation keeps them as they are.
 ZT_LANE_INLINE U8x16 narrow(U16x8 low, U16x8 high) { return (U8x16)_mm_packus_epi16((__m128i)low, (__m128i)high); }
@@ -66,7 +64,6 @@ ZT_LANE_INLINE U16x8 subSat(U16x8 a, U16x8 b) { return vqsubq_u16(a, b); }
 ZT_LANE_INLINE U16x8 addSat(U16x8 a, U16x8 b) { return vqaddq_u16(a, b); }
 ZT_LANE_INLINE U16x8 roundedMean(U16x8 a, U16x8 b) { return vrhaddq_u16(a, b); }
 ZT_LANE_INLINE U8x16 min(U8x16 a, U8x16 b) { return vminq_u8(a, b); }
-ZT_LANE_INLINE U16x8 min(U16x8 a, U16x8 b) { return vminq_u16(a, b); }
 ZT_LANE_INLINE U16x8 mulHigh(U16x8 a, U16x8 b) {
     const uint32x4_t low = vmull_u16(vget_low_u16(a), vget_low_u16(b));
     const uint32x4_t high = vmull_high_u16(a, b);
