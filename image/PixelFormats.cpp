@@ -5,8 +5,10 @@
 namespace ZTI {
 namespace {
 
-#define ZT_PFNC_ROW(name, code, bits) {code##u, #name, bits},
-#define ZT_PFNC_UNNAMED_ROW(code, bits) {code##u, nullptr, bits},
+#define ZT_PFNC_ROW(name, code, bits) \
+    {#name, code##u, (code##u >> 16) & 0xFFu, bits, 0, 0, PixelPacking::Other, nullptr, 0, false},
+#define ZT_PFNC_UNNAMED_ROW(code, bits) \
+    {nullptr, code##u, (code##u >> 16) & 0xFFu, bits, 0, 0, PixelPacking::Other, nullptr, 0, false},
 constexpr PixelFormatInfo kFormats[] = {ZT_PFNC_FORMAT_LIST(ZT_PFNC_ROW, ZT_PFNC_UNNAMED_ROW)};
 #undef ZT_PFNC_ROW
 #undef ZT_PFNC_UNNAMED_ROW

@@ -41,13 +41,40 @@ uint64_t getPackedByteCount(PfncFormat_ format, uint32_t width, uint32_t height)
 /// (bytesPerPixel * width) mod 2^32 + paddingX.
 size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX);
 
-/// One known pixel format. `name` is the PFNC name, or null for codes the library knows only
-/// by number.
-struct PixelFormatInfo {
-    PfncFormat_ code;
-    const char* name;
-    unsigned int bitsPerChannel;
+/// How the samples of a format lie in memory.
+enum class PixelPacking : uint8_t {
+    None,         ///< every sample in its own 8- or 16-bit container (Mono8, Mono12, RGB8, YUV422_8, ...)
+    LsbFirst,     ///< PFNC "p" codes: samples back to back, least significant bits first
+                  ///< (Mono10p, Mono12p, BayerRG12p, RGB10p, Mono1p, ...)
+    PackedPairs,  ///< GigE Vision "Packed" codes: two pixels in three bytes (Mono10Packed,
+                  ///< Mono12Packed, BayerRG12Packed, ...)
+    Other,        ///< layouts the library does not read (planar, 5-6-5, V1Packed, 10p32, 4:1:1, ...)
 };
+
+/// Everything the library knows about one pixel format: plain values, valid for the life of
+/// the process. Obtained from getPixelFormatInfo or getPixelFormats; never written.
+struct PixelFormatInfo {
+    const char* name;            ///< PFNC name; null for a code the library knows only by number
+    PfncFormat_ code;            ///< the PFNC code
+    unsigned int bitsPerPixel;   ///< bits one pixel occupies in memory: bits 23..16 of the code
+    unsigned int bitsPerChannel; ///< significant bits of one channel, as getBitsPerChannel
+    unsigned int channels;       ///< channels of the matrix laid over such an image: 1 for mono
+                                 ///< and Bayer, 2 for YUV 4:2:2, 3 for RGB, BGR and YUV 4:4:4,
+                                 ///< 4 with alpha
+    unsigned int containerBits;  ///< bits one sample occupies: 8 or 16 for unpacked layouts, the
+                                 ///< sample depth for packed ones, 0 for layouts not read
+    PixelPacking packing;        ///< how the samples lie in memory
+    const char* bayerPattern;    ///< colour-filter pattern read from the top-left 2 x 2 cell
+                                 ///< ("RGGB", "GRBG", "GBRG", "BGGR"), or null
+    PfncFormat_ unpackedFormat;  ///< the format attachGrabResult makes of a frame: the code
+                                 ///< itself when attached as it is, the 16-bit format when
+                                 ///< unpacked, 0 when unusable
+    bool isColour;               ///< holds colour: colour formats and Bayer mosaics
+};
+
+/// The description of `code`, or null when the library does not know the code. Pure;
+/// callable from any thread.
+const PixelFormatInfo* getPixelFormatInfo(PfncFormat_ code);
 
 /// The table of known formats, in the order of the library's format list.
 struct PixelFormatRange {
