@@ -204,13 +204,6 @@ bool isUsable(const Route& route) {
     return route.colour != kAborts;
 }
 
-// The formats the converters work on: these, and only these, are viewed as matrices.
-constexpr bool isConvertedFormat(PIXEL_TYPE fmt) {
-    for (const Route& route : kRoutes)
-        if (route.dst == fmt || route.src == fmt) return true;
-    return false;
-}
-
 // Preferred deeper destination of a source. BGR10/12/16 deliberately have none.
 struct DeeperDestination {
     PIXEL_TYPE src;
@@ -227,22 +220,10 @@ constexpr DeeperDestination kDeeperDestinations[] = {
 
 }  // namespace
 
-int get_cv_mat_type(PIXEL_TYPE fmt) {
-    if (!isConvertedFormat(fmt)) return -1;
-    const PixelFormatInfo* info = getPixelFormatInfo(fmt);
-    return get_cv_type(static_cast<int>(info->containerBits), static_cast<int>(info->channels));
-}
-
-int channelCount(PIXEL_TYPE fmt) {
-    const int type = get_cv_mat_type(fmt);
-    return type < 0 ? 0 : CV_MAT_CN(type);
-}
-
-int get_cv_type(int bitsPerChannel, int channels) {
-    if (channels < 1 || channels > 4) return -1;
-    if (bitsPerChannel == 8) return CV_MAKETYPE(CV_8U, channels);
-    if (bitsPerChannel >= 9 && bitsPerChannel <= 16) return CV_MAKETYPE(CV_16U, channels);
-    return -1;
+bool isConvertedFormat(PIXEL_TYPE fmt) {
+    for (const Route& route : kRoutes)
+        if (route.dst == fmt || route.src == fmt) return true;
+    return false;
 }
 
 bool hasColourCode(PIXEL_TYPE dst, PIXEL_TYPE src) { return findRoute(cvtColorCodeTable, dst, src) != nullptr; }
@@ -251,13 +232,6 @@ int get_cv_cvt_type(PIXEL_TYPE dst, PIXEL_TYPE src) {
     const Route* route = findRoute(cvtColorCodeTable, dst, src);
     if (route == nullptr) ZT_ASSERT(false);
     return route->colour;
-}
-
-double depthScale(PIXEL_TYPE dst, PIXEL_TYPE src) {
-    const auto fullScale = [](unsigned bits) {
-        return static_cast<double>(static_cast<int32_t>((1u << (bits & 31u)) - 1u));
-    };
-    return fullScale(getBitsPerChannel(dst)) / fullScale(getBitsPerChannel(src));
 }
 
 std::unique_ptr<IImageConverter> ImageConverterFactory::createConverter(PIXEL_TYPE dst, PIXEL_TYPE src) {

@@ -1,15 +1,44 @@
-// Bounds of the matrix views laid over images: a view may only span memory the image holds, and
-// only whole pixel pairs of 4:2:2 images are handed to OpenCV.
+// The matrix bridge: the element type of a format's matrix, and the bounds of the views laid
+// over images (a view may only span memory the image holds, and only whole pixel pairs of
+// 4:2:2 images are handed to OpenCV). The colour-code lookup lives beside the route table.
 #include <opencv2/core.hpp>
 
 #include <cstdint>
 #include <sstream>
 #include <string>
 
+#include "ImageConverterFactory.h"
 #include "MatrixBridge.h"
 #include "ZTImageImpl.h"
 
 namespace ZTI {
+
+int get_cv_mat_type(PIXEL_TYPE fmt) {
+    // Only the formats the converters work on have a matrix form; its channels and depth are
+    // the format's own.
+    if (!isConvertedFormat(fmt)) return -1;
+    const PixelFormatInfo* info = getPixelFormatInfo(fmt);
+    return get_cv_type(static_cast<int>(info->containerBits), static_cast<int>(info->channels));
+}
+
+int channelCount(PIXEL_TYPE fmt) {
+    const int type = get_cv_mat_type(fmt);
+    return type < 0 ? 0 : CV_MAT_CN(type);
+}
+
+int get_cv_type(int bitsPerChannel, int channels) {
+    if (channels < 1 || channels > 4) return -1;
+    if (bitsPerChannel == 8) return CV_MAKETYPE(CV_8U, channels);
+    if (bitsPerChannel >= 9 && bitsPerChannel <= 16) return CV_MAKETYPE(CV_16U, channels);
+    return -1;
+}
+
+double depthScale(PIXEL_TYPE dst, PIXEL_TYPE src) {
+    const auto fullScale = [](unsigned bits) {
+        return static_cast<double>(static_cast<int32_t>((1u << (bits & 31u)) - 1u));
+    };
+    return fullScale(getBitsPerChannel(dst)) / fullScale(getBitsPerChannel(src));
+}
 
 uint64_t viewBytes(const ZTImage& image) {
     const uint64_t width = image.getWidth(), height = image.getHeight();

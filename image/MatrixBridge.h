@@ -12,6 +12,9 @@ namespace ZTI {
 /// OpenCV element type of a whole image of format `fmt`, or -1 when it has no matrix form.
 int get_cv_mat_type(PIXEL_TYPE fmt);
 
+/// True when some conversion route reads or writes `fmt`: the formats that have a matrix form.
+bool isConvertedFormat(PIXEL_TYPE fmt);
+
 /// OpenCV colour-conversion code of the (dst, src) pair. A pair without a code is a
 /// programming error: the process aborts.
 int get_cv_cvt_type(PIXEL_TYPE dst, PIXEL_TYPE src);
