@@ -106,13 +106,11 @@ inline bool copyTooLarge(PfncFormat_ format, uint32_t width, uint32_t height, in
 inline void touchLastRow(const ZTI::ZTImage& image) {
     if (!image.isValid() || image.getWidth() == 0 || image.getHeight() == 0) return;
     const uint64_t row = uint64_t{ZTI::getBytesPerPixel(image.getPixelType())} * image.getWidth();
-    uint64_t rows = 0, end = 0;
     // A negative padding (a stride below the packed row, or one that wrapped round to a huge
     // value) leaves no rows to speak of: nothing to check.
-    if (row == 0 || static_cast<int64_t>(image.getStride()) < static_cast<int64_t>(row) ||
-        __builtin_mul_overflow(uint64_t{image.getHeight() - 1}, uint64_t{image.getStride()}, &rows) ||
-        __builtin_add_overflow(rows, row, &end))
-        return;
+    if (row == 0 || static_cast<int64_t>(image.getStride()) < static_cast<int64_t>(row)) return;
+    uint64_t end = ZTI::getSpannedByteCount(row, image.getStride(), image.getHeight());
+    if (end == UINT64_MAX) return;
     // The library counts an image's bits and bytes in 32 bits, as it always has: an unpadded
     // image whose count wrapped gets memory for the wrapped count only, so only that much can
     // be asked of it.

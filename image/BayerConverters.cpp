@@ -39,9 +39,6 @@ std::string bayerPattern(PIXEL_TYPE format) {
     return info != nullptr && info->bayerPattern != nullptr ? info->bayerPattern : std::string();
 }
 
-// 2^bits - 1 as the library computes it (32-bit unsigned), as a double.
-double fullScale(unsigned bits) { return static_cast<double>((1u << (bits & 31u)) - 1u); }
-
 // Runs the demosaic library on the source's samples into `colour` (CV_16UC3, the library's
 // channel order): 16-bit packed rows are handed over in place, padded rows are gathered first,
 // and 8-bit samples are widened by 257 to 16 bits. Returns the depth of the samples it saw.

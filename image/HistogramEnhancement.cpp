@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "MatrixBridge.h"
+#include "PackedPairs.h"
 #include "SimdLanes.h"
 #include "ZTImageImpl.h"
 
@@ -215,17 +216,16 @@ struct PackedLayout {
     bool lsbFirst;  // Mono12p; otherwise Mono12Packed
 
     unsigned read(const unsigned char* p, bool second) const {
-        if (!second) return lsbFirst ? (p[0] | ((p[1] & 0x0Fu) << 8)) : ((p[0] << 4) | (p[1] & 0x0Fu));
-        return lsbFirst ? ((p[0] >> 4) | (p[1] << 4)) : ((p[1] << 4) | (p[0] >> 4));
+        if (second) return secondOfPair(p[0], p[1]);
+        return lsbFirst ? LsbFirstPair::first(p[0], p[1]) : PackedPair::first(p[0], p[1]);
     }
     void write(unsigned char* p, bool second, unsigned v) const {
-        if (!second) {
-            p[0] = static_cast<unsigned char>(lsbFirst ? v : v >> 4);
-            p[1] = static_cast<unsigned char>((p[1] & 0xF0u) | (lsbFirst ? v >> 8 : v & 0x0Fu));
-        } else {
-            p[0] = static_cast<unsigned char>((p[0] & 0x0Fu) | ((v & 0x0Fu) << 4));
-            p[1] = static_cast<unsigned char>(v >> 4);
-        }
+        if (second)
+            writeSecondOfPair(p, v);
+        else if (lsbFirst)
+            LsbFirstPair::writeFirst(p, v);
+        else
+            PackedPair::writeFirst(p, v);
     }
 };
 

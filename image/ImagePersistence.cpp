@@ -67,7 +67,7 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
         converter.setOutputFormat(target);
         const bool convertible = ImageConverterFactory::canConvert(target, source);
         if (!abortOnFailure && !convertible) {
-            error = "cannot save pixel format " + std::to_string(source) + ": no conversion to the file's format";
+            error = "cannot save pixel format " + getPixelFormatLabel(source) + ": no conversion to the file's format";
             return false;
         }
         // Pixels the image does not hold (a short caller's buffer or frame, no memory at all)
@@ -85,7 +85,7 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
         const int result = converter.convert(out.image, image);
         if (result != 0) {
             if (abortOnFailure) ZT_ASSERT(false);
-            error = "cannot save pixel format " + std::to_string(source) + ": conversion failed";
+            error = "cannot save pixel format " + getPixelFormatLabel(source) + ": conversion failed";
             return false;
         }
     }

@@ -34,36 +34,24 @@ int get_cv_type(int bitsPerChannel, int channels) {
 }
 
 double depthScale(PIXEL_TYPE dst, PIXEL_TYPE src) {
-    const auto fullScale = [](unsigned bits) {
-        return static_cast<double>(static_cast<int32_t>((1u << (bits & 31u)) - 1u));
-    };
     return fullScale(getBitsPerChannel(dst)) / fullScale(getBitsPerChannel(src));
 }
 
 uint64_t viewBytes(const ZTImage& image) {
-    const uint64_t width = image.getWidth(), height = image.getHeight();
-    if (width == 0 || height == 0) return 0;
     const int type = get_cv_mat_type(image.getPixelType());
-    if (type < 0) return UINT64_MAX;
-    // Every row but the last at the stride, the last one without its padding. The stride is
-    // taken as the image states it, so a padding that made it wrap gives a sum that does not
-    // fit and the view is refused.
-    uint64_t rows = 0, total = 0;
-    if (__builtin_mul_overflow(height - 1, static_cast<uint64_t>(image.getStride()), &rows) ||
-        __builtin_add_overflow(rows, width * static_cast<uint64_t>(CV_ELEM_SIZE(type)), &total))
-        return UINT64_MAX;
-    return total;
+    if (type < 0) return image.getWidth() == 0 || image.getHeight() == 0 ? 0 : UINT64_MAX;
+    // The stride is taken as the image states it, so a padding that made it wrap gives a sum
+    // that does not fit and the view is refused.
+    return getSpannedByteCount(uint64_t{image.getWidth()} * static_cast<uint64_t>(CV_ELEM_SIZE(type)),
+                               image.getStride(), image.getHeight());
 }
 
 bool viewFits(const ZTImage& image) { return viewBytes(image) <= readableBytes(image); }
 
 void requireViewFits(const ZTImage& image) {
     if (viewFits(image)) return;
-    const char* name = getPixelFormatName(image.getPixelType());
     std::ostringstream message;
-    if (name != nullptr) message << name;
-    else message << "pixel format 0x" << std::hex << image.getPixelType() << std::dec;
-    message << " image " << image.getWidth() << " x " << image.getHeight() << " with stride "
+    message << getPixelFormatLabel(image.getPixelType()) << " image " << image.getWidth() << " x " << image.getHeight() << " with stride "
             << image.getStride();
     if (get_cv_mat_type(image.getPixelType()) < 0)
         message << " has no matrix form";
@@ -79,7 +67,7 @@ bool hasWholePixelPairs(const ZTImage& image) {
 
 void requireWholePixelPairs(const ZTImage& image) {
     if (hasWholePixelPairs(image)) return;
-    CV_Error(cv::Error::StsBadSize, std::string(getPixelFormatName(image.getPixelType())) + " image of odd width " +
+    CV_Error(cv::Error::StsBadSize, getPixelFormatLabel(image.getPixelType()) + " image of odd width " +
                                         std::to_string(image.getWidth()) + ": its pixels come in pairs");
 }
 

@@ -63,8 +63,11 @@ inline cv::Mat destinationView(ZTImage& image) {
                    get_cv_mat_type(image.getPixelType()), image.getBuffer(), image.getStride());
 }
 
-/// Full-range gain between two depths, (2^d - 1) / (2^s - 1), computed in 32-bit integers
-/// as the library always has (shift counts modulo 32, maxima read as signed).
+/// 2^bits - 1, the largest sample of a depth, computed in 32-bit unsigned integers as the
+/// library always has (shift counts modulo 32, so 0 and 32 bits give 0).
+inline double fullScale(unsigned bits) { return static_cast<double>((1u << (bits & 31u)) - 1u); }
+
+/// Full-range gain between two depths, fullScale(d) / fullScale(s).
 double depthScale(PIXEL_TYPE dst, PIXEL_TYPE src);
 
 }  // namespace ZTI

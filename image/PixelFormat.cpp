@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <cstdio>
+
 namespace ZTI {
 namespace {
 
@@ -241,11 +243,26 @@ size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX) {
     return static_cast<size_t>(static_cast<uint64_t>(packed) + static_cast<uint64_t>(paddingX));
 }
 
+uint64_t getSpannedByteCount(uint64_t rowBytes, uint64_t stride, uint64_t height) {
+    if (height == 0 || rowBytes == 0) return 0;
+    uint64_t rows = 0, total = 0;
+    if (__builtin_mul_overflow(height - 1, stride, &rows) || __builtin_add_overflow(rows, rowBytes, &total))
+        return UINT64_MAX;
+    return total;
+}
+
 PixelFormatRange getPixelFormats() { return {kFormats, kFormats + kFormatCount}; }
 
 const char* getPixelFormatName(PfncFormat_ format) {
     const PixelFormatInfo* info = getPixelFormatInfo(format);
     return info != nullptr ? info->name : nullptr;
+}
+
+std::string getPixelFormatLabel(PfncFormat_ format) {
+    if (const char* name = getPixelFormatName(format)) return name;
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned int>(format));
+    return text;
 }
 
 PfncFormat_ findPixelFormat(const char* name) {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "PackedPairs.h"
+
 namespace {
 
 using namespace ZTI;
@@ -94,21 +96,6 @@ inline void unpackGroups10(const unsigned char* s, unsigned char* dst) {
 
 // ---- 12 bits: three-byte pairs -------------------------------------------------------------
 
-// Both pair layouts in one place: the scalar formulas for one pair, and the same for a
-// little-endian 32-bit load of the pair's bytes (b0 | b1 << 8 | b2 << 16 | junk << 24) giving
-// both pixels as p0 | p1 << 16. The second pixel has the same bits in both layouts.
-struct LsbFirstPair {
-    static unsigned first(unsigned b0, unsigned b1, unsigned) { return b0 | ((b1 & 0x0F) << 8); }
-    static unsigned second(unsigned, unsigned b1, unsigned b2) { return (b1 >> 4) | (b2 << 4); }
-    static uint32_t both(uint32_t x) { return (x & 0xFFFu) | ((x << 4) & 0x0FFF0000u); }
-};
-
-struct PackedPair {
-    static unsigned first(unsigned b0, unsigned b1, unsigned) { return (b0 << 4) | (b1 & 0x0F); }
-    static unsigned second(unsigned, unsigned b1, unsigned b2) { return (b2 << 4) | (b1 >> 4); }
-    static uint32_t both(uint32_t x) { return ((x << 4) & 0x0FFF0FF0u) | ((x >> 8) & 0x0Fu); }
-};
-
 constexpr size_t kPairsPerBlock12 = 16;
 
 template <typename Layout>
@@ -126,8 +113,8 @@ void unpackPairs12(const unsigned char* src, unsigned char* dst, size_t pairs) {
     }
     for (; p < pairs; ++p) {
         const unsigned char* s = src + 3 * p;
-        store16(dst, 2 * p, Layout::first(s[0], s[1], s[2]));
-        store16(dst, 2 * p + 1, Layout::second(s[0], s[1], s[2]));
+        store16(dst, 2 * p, Layout::first(s[0], s[1]));
+        store16(dst, 2 * p + 1, secondOfPair(s[1], s[2]));
     }
 }
 

@@ -12,8 +12,7 @@ namespace ZTI {
 namespace polarization {
 
 uint64_t spannedBytes(const ZTImage& image) {
-    if (image.getWidth() == 0 || image.getHeight() == 0) return 0;
-    return static_cast<uint64_t>(image.getHeight() - 1) * image.getStride() + image.getWidth();
+    return getSpannedByteCount(image.getWidth(), image.getStride(), image.getHeight());
 }
 
 bool isReadableMono8(const ZTImage& image) {

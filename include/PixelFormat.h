@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "PixelFormatList.h"
 
@@ -40,6 +41,11 @@ uint64_t getPackedByteCount(PfncFormat_ format, uint32_t width, uint32_t height)
 /// Bytes from one row to the next: 0 when format is 0, else
 /// (bytesPerPixel * width) mod 2^32 + paddingX.
 size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX);
+
+/// Bytes the rows of an image span from its first byte: every row but the last at `stride`,
+/// the last one only its `rowBytes` of pixels, without padding. 0 when `height` or `rowBytes`
+/// is 0; UINT64_MAX when the sum does not fit 64 bits. Pure; callable from any thread.
+uint64_t getSpannedByteCount(uint64_t rowBytes, uint64_t stride, uint64_t height);
 
 /// How the samples of a format lie in memory.
 enum class PixelPacking : uint8_t {
@@ -88,6 +94,10 @@ PixelFormatRange getPixelFormats();
 
 /// PFNC name of a code, or null when the code has no name in the library.
 const char* getPixelFormatName(PfncFormat_ format);
+
+/// How messages name a format: its PFNC name, or its code as "0x" and eight hexadecimal digits
+/// when it has no name ("BayerRG12p", "0x0104010D").
+std::string getPixelFormatLabel(PfncFormat_ format);
 
 /// Code of a PFNC name, compared without regard to case ("bayerrg12p" finds BayerRG12p);
 /// 0 when the name is unknown.

@@ -44,7 +44,7 @@ struct CallerBuffer {
 // last one without its padding.
 size_t viewBytes(PfncFormat_ format, unsigned width, unsigned height, size_t padding, size_t bytesPerPixel) {
     const size_t stride = getBytesPerPixel(format) * width + padding;
-    return (height - 1) * stride + width * bytesPerPixel;
+    return getSpannedByteCount(uint64_t{width} * bytesPerPixel, stride, height);
 }
 
 int convertTo(PfncFormat_ output, ZTImage& dst, const ZTImage& src) {

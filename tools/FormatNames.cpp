@@ -74,12 +74,7 @@ PfncFormat_ parseFormat(const std::string& name) {
                      (closest.empty() ? " (ztimage formats lists them)" : " (did you mean " + closest + "?)"));
 }
 
-std::string formatLabel(PfncFormat_ code) {
-    if (const char* name = ZTI::getPixelFormatName(code)) return name;
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned int>(code));
-    return text;
-}
+std::string formatLabel(PfncFormat_ code) { return ZTI::getPixelFormatLabel(code); }
 
 std::string formatList(const std::vector<PfncFormat_>& codes) {
     if (codes.empty()) return "none";

@@ -13,7 +13,8 @@ namespace ztool {
 /// closest known names.
 PfncFormat_ parseFormat(const std::string& name);
 
-/// The PFNC name of a code, or its hexadecimal code when the library has no name for it.
+/// The PFNC name of a code, or its hexadecimal code when the library has no name for it: the
+/// library's own label, so the tool and the library name formats alike.
 std::string formatLabel(PfncFormat_ code);
 
 /// Labels of several codes, separated by ", "; "none" for an empty list.
