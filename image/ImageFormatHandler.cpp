@@ -209,7 +209,7 @@ bool hasColourCode(PIXEL_TYPE dst, PIXEL_TYPE src) {
 
 int get_cv_cvt_type(PIXEL_TYPE dst, PIXEL_TYPE src) {
     const auto it = cvtColorCodeTable.find(FormatPair{dst, src});
-    if (it == cvtColorCodeTable.end()) ZT_ASSERT(false);
+    if (it == cvtColorCodeTable.end()) ZT_ASSERT(false, "int get_cv_cvt_type(PIXEL_TYPE, PIXEL_TYPE)");
     return it->second;
 }
 
