@@ -19,7 +19,7 @@ namespace detail {
 #endif
 
 /// Aborts when `expression` is false, naming `function`. The function text is written out, not
-/// taken from the compiler: it is part of the documented message, and compilers spell
+/// taken from the compiler: it is part of the message users see and quote, and compilers spell
 /// namespaces and type aliases differently.
 #define ZT_ASSERT(expression, function)                                                   \
     ((expression) ? static_cast<void>(0)                                                  \
