@@ -141,7 +141,11 @@ inline bool makeImage(FuzzInput& in, PfncFormat_ format, uint32_t width, uint32_
             return false;
         if (ZTI::getPackedByteCount(format, width, height) > kMaxBytes || padded > kMaxBytes) return false;
         image = ZTI::ZTImage::create(format, width, height, pad);
-        if (image.isValid()) in.fill(image.getBuffer(), std::max<uint64_t>(image.getByteCount(), padded));
+        // Every byte the pixels occupy: the byte count rounds a partial last byte away, but the
+        // image holds it (odd pixel counts of packed 12-bit formats).
+        const uint32_t bits = ZTI::getBitsPerPixel(format) * (width * height);
+        const uint64_t occupied = image.getByteCount() + ((bits & 7u) != 0 ? 1 : 0);
+        if (image.isValid()) in.fill(image.getBuffer(), std::max<uint64_t>(occupied, padded));
         return true;
     }
     uint64_t bytes = 0;

@@ -88,7 +88,6 @@ void greyRange(const cv::Mat& colour, int greyCode, double& min, double& max) {
 void Bayer2Mono::convert(ZTImage& dst, const ZTImage& src) {
     const unsigned d = getBitsPerChannel(dst.getPixelType());
     cv::Mat destination = destinationView(dst);
-    if (src.getWidth() == 0 || src.getHeight() == 0) return;
     std::string pattern = bayerPattern(src.getPixelType());
     if (pattern.empty()) pattern = "RGGB";  // unlike Bayer2Rgb, which passes no pattern
 
@@ -113,7 +112,6 @@ void Bayer2Rgb::convert(ZTImage& dst, const ZTImage& src) {
     const unsigned d = getBitsPerChannel(dst.getPixelType());
     const RangePolicy policy = readRangePolicy();
     cv::Mat destination = destinationView(dst);
-    if (src.getWidth() == 0 || src.getHeight() == 0) return;
     const std::string pattern = bayerPattern(src.getPixelType());
 
     PooledMatrix colour(static_cast<int>(src.getHeight()), static_cast<int>(src.getWidth()), CV_16UC3);
@@ -123,6 +121,12 @@ void Bayer2Rgb::convert(ZTImage& dst, const ZTImage& src) {
     // fixed-gain rules (the common same-depth and raw cases) skip a full pass over the frame.
     double min = 0, max = 0;
     const auto measure = [&] { greyRange(colour.mat(), cv::COLOR_RGB2GRAY, min, max); };
+    // An empty frame has no statistics: the grey conversion raises OpenCV's error for it
+    // whichever rule applies, as it does when every frame is measured.
+    if (colour.mat().empty()) {
+        cv::Mat grey;
+        cv::cvtColor(colour.mat(), grey, cv::COLOR_RGB2GRAY, 0);
+    }
 
     const double inMax = fullScale(inputDepth), srcMax = fullScale(s), dstMax = fullScale(d);
     double alpha = 1.0, beta = 0.0;

@@ -9,9 +9,16 @@
 
 namespace ZTI {
 namespace {
-// Set when the pool has been destroyed at exit. Constant-initialised and trivially
-// destructible, so it stays readable by destructors that run after the pool's.
+// Set when the process-wide pool has been destroyed at exit. Constant-initialised and
+// trivially destructible, so it stays readable by destructors that run after the pool's.
 std::atomic<bool> poolDestroyed{false};
+
+// The process-wide pool. Only its end changes how images give memory back: a pool that a
+// program (or a test) builds for itself may come and go without touching the images.
+struct ProcessPool {
+    ImageBufferPool pool;
+    ~ProcessPool() { poolDestroyed.store(true, std::memory_order_release); }
+};
 }  // namespace
 
 void releasePixelMemory(unsigned char* buffer, size_t size) {
@@ -28,8 +35,8 @@ unsigned char* acquirePixelMemory(size_t size) {
 }
 
 ImageBufferPool& ImageBufferPool::getInstance() {
-    static ImageBufferPool pool;
-    return pool;
+    static ProcessPool instance;
+    return instance.pool;
 }
 
 ImageBufferPool::ImageBufferPool() = default;
@@ -39,7 +46,6 @@ ImageBufferPool::~ImageBufferPool() {
     for (auto& entry : freeBuffers_)
         for (unsigned char* buffer : entry.second) std::free(buffer);
     freeBuffers_.clear();
-    poolDestroyed.store(true, std::memory_order_release);
 }
 
 unsigned char* ImageBufferPool::acquireBuffer(size_t size) {

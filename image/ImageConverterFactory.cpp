@@ -230,7 +230,9 @@ bool hasColourCode(PIXEL_TYPE dst, PIXEL_TYPE src) { return findRoute(cvtColorCo
 
 int get_cv_cvt_type(PIXEL_TYPE dst, PIXEL_TYPE src) {
     const Route* route = findRoute(cvtColorCodeTable, dst, src);
-    if (route == nullptr) ZT_ASSERT(false);
+    // The colour-code table and this lookup lived in ImageFormatHandler.cpp, and the abort
+    // message keeps naming that unit.
+    if (route == nullptr) ZT_ASSERT_IN(false, "int get_cv_cvt_type(PIXEL_TYPE, PIXEL_TYPE)", "ImageFormatHandler.cpp");
     return route->colour;
 }
 

@@ -41,10 +41,13 @@ mode_t currentUmask() {
 struct Prepared {
     ZTImage image;
     cv::Mat matrix;
+    /// Set when the converter found for the pair failed: a programming error for save().
+    bool conversionFailed = false;
 };
 
 // The image to write and the matrix over it (BGR order for colour), or false with the reason.
-// With `abortOnFailure`, a failed conversion is the programming error save() treats it as.
+// With `abortOnFailure` (save()), pairs without a converter are not refused beforehand: the
+// conversion fails and save() aborts.
 bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::string& error,
              bool abortOnFailure) {
     const PfncFormat_ source = image.getPixelType();
@@ -84,7 +87,7 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
         }
         const int result = converter.convert(out.image, image);
         if (result != 0) {
-            if (abortOnFailure) ZT_ASSERT(false);
+            out.conversionFailed = true;
             error = "cannot save pixel format " + getPixelFormatLabel(source) + ": conversion failed";
             return false;
         }
@@ -171,7 +174,12 @@ bool ImagePersistence::canSave(ImageFileFormat format, PfncFormat_ pixelType) {
 void ImagePersistence::save(ImageFileFormat format, const ZTImage& image, const char* path) {
     Prepared prepared;
     std::string error;
-    if (!prepare(format, image, prepared, error, true)) return;
+    if (!prepare(format, image, prepared, error, true)) {
+        if (prepared.conversionFailed)
+            ZT_ASSERT(false, "static void ZTI::ImagePersistence::save(ZTI::ImageFileFormat, "
+                             "const ZTI::ZTImage&, const char*)");
+        return;
+    }
     const std::string file(path);  // a null path throws std::logic_error here
     // Codec failures are not reported, by design; OpenCV throws for an extension it has no
     // writer for, which counts as such a failure.

@@ -38,19 +38,30 @@ void copyRows(const ZTImage& source, ZTImage& result) {
 
 }  // namespace
 
+// Both clones copy an image made by create and then drop it, rather than taking it over: the
+// pool sees two acquires and a release, and the source's pixels land in memory of the copy's
+// own. A failed create gives an invalid temporary, whose copy is a default image.
 std::shared_ptr<ZTImage> cloneShared(const ZTImage& source) {
     if (!source.isValid()) return nullptr;
-    auto result = std::make_shared<ZTImage>(ZTImage::create(
-        source.getPixelType(), source.getWidth(), source.getHeight(), source.getpaddingX()));
+    std::shared_ptr<ZTImage> result;
+    {
+        const ZTImage temporary = ZTImage::create(source.getPixelType(), source.getWidth(),
+                                                  source.getHeight(), source.getpaddingX());
+        result = std::make_shared<ZTImage>(temporary);
+    }
     if (source.getBuffer() == nullptr || result->getBuffer() == nullptr) return nullptr;
     copyRows(source, *result);
     return result;
 }
 
 ZTImage cloneValue(const ZTImage& source) {
-    if (!source.isValid()) return ZTImage();
-    ZTImage result = ZTImage::create(source.getPixelType(), source.getWidth(), source.getHeight(),
-                                     source.getpaddingX());
+    ZTImage result;
+    if (!source.isValid()) return result;
+    {
+        const ZTImage temporary = ZTImage::create(source.getPixelType(), source.getWidth(),
+                                                  source.getHeight(), source.getpaddingX());
+        result = temporary;
+    }
     if (source.getBuffer() == nullptr || result.getBuffer() == nullptr) return result;
     copyRows(source, result);
     return result;

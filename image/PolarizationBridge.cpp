@@ -49,16 +49,23 @@ bool isFilled(const pol::ImageInfo& out) {
 }
 
 bool publish(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst) {
+    pol::ImageInfo packed;
+    packed.width = out.width;
+    packed.height = out.height;
+    packed.data = out.data;
+    return publishRows(packed, format, bytesPerPixel, dst);
+}
+
+bool publishRows(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst) {
     if (!isFilled(out)) return false;
     const auto width = static_cast<unsigned>(out.width);
     const auto height = static_cast<unsigned>(out.height);
     const size_t rowBytes = static_cast<size_t>(bytesPerPixel) * width;
-    const size_t stride = out.stride <= 0 ? rowBytes : static_cast<size_t>(out.stride);
-    if (stride < rowBytes) return false;
     ZTImage result;
-    if (stride == rowBytes) {
+    if (out.stride <= 0 || static_cast<size_t>(out.stride) <= rowBytes) {
         result = ZTImage(format, width, height, 0, out.data);
     } else {
+        const auto stride = static_cast<size_t>(out.stride);
         result = ZTImage::create(format, width, height);
         if (result.isValid()) {
             unsigned char* to = result.getBuffer();

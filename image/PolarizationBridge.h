@@ -28,11 +28,16 @@ pol::ImageInfo describe(const ZTImage& image);
 /// True when the library filled `out` with at least one pixel.
 bool isFilled(const pol::ImageInfo& out);
 
-/// Replaces `dst` by a packed copy, in `format` of `bytesPerPixel` bytes per pixel, of the
-/// library output `out`. Rows of exactly width x bytesPerPixel bytes (or a stride of 0 or
-/// less) are copied in one piece, padded rows row by row. False, `dst` unchanged, when `out`
-/// is empty, its stride is shorter than a row, or the image cannot be allocated.
+/// Replaces `dst` by an image in `format` of `bytesPerPixel` bytes per pixel made of the first
+/// width x height x bytesPerPixel bytes of the library output `out`. The output's stride is not
+/// read: the library's 8-bit products are packed by its contract. False, `dst` unchanged, when
+/// `out` is empty or the image cannot be allocated.
 bool publish(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst);
+
+/// The same for an output whose rows may be padded (the heat map): a stride larger than
+/// width x bytesPerPixel is followed row by row; a stride of 0, negative or at most a row means
+/// packed rows, copied in one piece.
+bool publishRows(const pol::ImageInfo& out, PfncFormat_ format, unsigned bytesPerPixel, ZTImage& dst);
 
 }  // namespace polarization
 }  // namespace ZTI

@@ -84,7 +84,7 @@ int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned i
     option.fourth = highColor;
     pol::ImageInfo map;
     pol::ApplyHeatmap(describe(*mosaic), map, option);
-    return publish(map, RGB8, 3, dst) ? 0 : -1;
+    return polarization::publishRows(map, RGB8, 3, dst) ? 0 : -1;
 }
 
 }  // namespace ZTI

@@ -58,7 +58,12 @@ void ZTImage::ZTImageImpl::releaseOwned() {
 }
 
 uint64_t ZTImage::ZTImageImpl::allocationSize() const {
-    uint64_t size = byteCount_;
+    // The byte count rounds the pixels' bits down; a partial last byte (an odd pixel count of a
+    // packed 12-bit format, for one) still holds pixel bits, so it is allocated too. The bits
+    // are counted in the same wrapping 32-bit arithmetic as the byte count.
+    const uint32_t pixels = width_ * height_;
+    const uint32_t bits = getBitsPerPixel(pixelType_) * pixels;
+    uint64_t size = byteCount_ + ((bits & 7u) != 0 ? 1 : 0);
     if (paddingX_ > 0 && pixelType_ != 0) {
         uint64_t rows = 0;
         if (__builtin_mul_overflow(static_cast<uint64_t>(getStride()), height_, &rows))

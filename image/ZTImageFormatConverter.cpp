@@ -22,7 +22,8 @@ void ZTImageFormatConverter::setOutputFormat(PIXEL_TYPE fmt) {
         if (fmt == refused) validOutputFormat = false;
     if (!validOutputFormat) {
         std::fputs("Invalid output format.\n", stderr);
-        ZT_ASSERT(validOutputFormat==true);  // NOLINT: the expression text is part of the message
+        // The expression is spelled as the message has always shown it.
+        ZT_ASSERT(validOutputFormat==true, "void ZTI::ZTImageFormatConverter::setOutputFormat(PIXEL_TYPE)");
     }
     outputFormat_ = fmt;
 }

@@ -30,7 +30,10 @@ public:
     ImageBufferPool(const ImageBufferPool&) = delete;
     ImageBufferPool& operator=(const ImageBufferPool&) = delete;
 
+    /// An empty pool of the caller's own, apart from the process-wide one.
     ImageBufferPool();
+    /// Frees every buffer this pool holds. Images keep returning their memory to the
+    /// process-wide pool; only its end, at process exit, makes them free it directly.
     ~ImageBufferPool();
 
 private:

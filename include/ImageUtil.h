@@ -12,7 +12,8 @@ namespace imageutil {
 /// memory is missing. Callable from any thread on a source no other thread modifies.
 std::shared_ptr<ZTI::ZTImage> cloneShared(const ZTI::ZTImage& source);
 
-/// The same copy by value; an invalid image when the source is invalid.
+/// The same copy by value; a default (invalid) image when the source is invalid or no memory
+/// can be had for its format and size.
 ZTI::ZTImage cloneValue(const ZTI::ZTImage& source);
 
 }  // namespace imageutil

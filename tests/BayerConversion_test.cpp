@@ -1,9 +1,11 @@
 // Demosaicing converters: pattern selection, every scaling rule on frames of chosen minimum
 // and maximum, the range policy, and the input handling (widening, padding, tiny frames).
 #include <gtest/gtest.h>
+#include <opencv2/core.hpp>
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "BayerWidening.h"
@@ -191,6 +193,27 @@ TEST(BayerConversion, TinyFramesConvert) {
                 EXPECT_EQ(out.getWidth(), w);
                 EXPECT_EQ(sampleAt(out, w - 1, h - 1, 0), 80u) << w << "x" << h;
             }
+}
+
+TEST(BayerConversion, EmptyFramesReachOpenCVWhenConvertedDirectly) {
+    // The converters make no size check of their own: an empty frame is demosaiced (nothing to
+    // do) and OpenCV's error on the empty result propagates, whichever scaling rule applies.
+    // The front end returns before them.
+    const struct {
+        PfncFormat_ dst, src;
+    } pairs[] = {{RGB8, BayerRG8}, {RGB12, BayerRG12}, {Mono8, BayerGR8}, {Mono16, BayerBG16}};
+    for (const auto& pair : pairs) {
+        std::unique_ptr<IImageConverter> converter = ImageConverterFactory().createConverter(pair.dst, pair.src);
+        ASSERT_NE(converter, nullptr);
+        for (auto [w, h] : {std::pair<unsigned, unsigned>{0, 3}, {4, 0}}) {
+            const ZTImage src = ZTImage::create(pair.src, w, h);
+            ZTImage dst = ZTImage::create(pair.dst, w, h);
+            EXPECT_THROW(converter->convert(dst, src), cv::Exception) << std::hex << pair.dst << " <- " << pair.src;
+            ZTImageFormatConverter front;
+            front.setOutputFormat(pair.dst);
+            EXPECT_EQ(front.convert(dst, src), 0);
+        }
+    }
 }
 
 TEST(BayerConversion, RegistryHasBothClassesForEveryBayerPair) {

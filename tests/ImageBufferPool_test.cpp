@@ -1,5 +1,6 @@
 // The pool's reuse rules and its thread safety.
 #include "ImageBufferPool.h"
+#include "ZTImage.h"
 
 #include <gtest/gtest.h>
 
@@ -95,4 +96,26 @@ TEST(ImageBufferPool, NoBufferIsEverHeldByTwoOwnersAtOnce) {
     }
     for (auto& th : threads) th.join();
     EXPECT_EQ(collisions.load(), 0);
+}
+
+TEST(ImageBufferPool, APoolOfItsOwnLeavesImagesReturningMemoryToTheProcessPool) {
+    {
+        ImageBufferPool local;
+        local.releaseBuffer(local.acquireBuffer(64), 64);
+    }  // frees what it cached, and nothing else
+    // 527 bytes: a size no other test uses. The image's memory must come back to the process
+    // pool, which hands it out again with the image's bytes still in it (freed and allocated
+    // anew, it would be another address or have the allocator's bookkeeping written over it).
+    unsigned char* buffer = nullptr;
+    {
+        ZTI::ZTImage image = ZTI::ZTImage::create(ZTI::Mono8, 31, 17, 0);
+        ASSERT_TRUE(image.isValid());
+        buffer = image.getBuffer();
+        std::memset(buffer, 0xA5, 527);
+    }
+    ImageBufferPool& pool = ImageBufferPool::getInstance();
+    unsigned char* again = pool.acquireBuffer(527);
+    ASSERT_EQ(again, buffer);
+    for (size_t i = 0; i < 527; ++i) ASSERT_EQ(again[i], 0xA5) << "byte " << i;
+    pool.releaseBuffer(again, 527);
 }

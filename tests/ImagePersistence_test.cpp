@@ -123,3 +123,16 @@ TEST_F(ImagePersistenceTest, FailuresLeaveNoFileBehind) {
 TEST_F(ImagePersistenceTest, NullPathThrowsAfterConversion) {
     EXPECT_THROW(ImagePersistence::save(Png, gradient(Mono8, 2, 2), nullptr), std::logic_error);
 }
+
+using ImagePersistenceDeathTest = ImagePersistenceTest;
+
+TEST_F(ImagePersistenceDeathTest, AFailedConversionAbortsFromSaveItself) {
+    // A format no conversion produces a file from is a programming error (trySave is the checked
+    // call). The message names save, not a helper, and the unit relative to the build folder.
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const std::string file = path("x.png");
+    EXPECT_DEATH(ImagePersistence::save(Png, ZTImage::create(0x01089999, 2, 2), file.c_str()),
+                 "^\\.\\./image/ImagePersistence\\.cpp:[0-9]+: static void ZTI::ImagePersistence::save\\("
+                 "ZTI::ImageFileFormat, const ZTI::ZTImage&, const char\\*\\): Assertion `false' failed\\.\n$");
+    EXPECT_EQ(fileCount(), 0u);
+}

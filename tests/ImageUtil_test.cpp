@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "ImageBufferPool.h"
 #include "ImageUtil.h"
 #include "ZTImageImpl.h"
 
@@ -12,6 +13,51 @@ using namespace ZTI;
 TEST(ImageClone, InvalidSourcesGiveNothing) {
     EXPECT_EQ(imageutil::cloneShared(ZTImage()), nullptr);
     EXPECT_FALSE(imageutil::cloneValue(ZTImage()).isValid());
+}
+
+TEST(ImageClone, TheTemporaryIsCopiedThenGivenBackToThePool) {
+    // A clone is a copy of an image made by create, which is then dropped: two acquires and
+    // one release. With buffers A and B cached (B on top), create takes B, the copy takes A,
+    // and B goes back to the pool. 1111 bytes: a size no other test uses.
+    ImageBufferPool& pool = ImageBufferPool::getInstance();
+    const size_t size = 1111;
+    std::vector<unsigned char> pixels(size, 0x3C);
+    ZTImage source(Mono8, 101, 11, 0, pixels.data());
+    unsigned char* a = pool.acquireBuffer(size);
+    unsigned char* b = pool.acquireBuffer(size);
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(b, nullptr);
+
+    pool.releaseBuffer(a, size);
+    pool.releaseBuffer(b, size);
+    std::shared_ptr<ZTImage> shared = imageutil::cloneShared(source);
+    ASSERT_NE(shared, nullptr);
+    EXPECT_EQ(shared->getBuffer(), a);
+    EXPECT_EQ(0, std::memcmp(shared->getBuffer(), pixels.data(), size));
+    EXPECT_EQ(pool.acquireBuffer(size), b) << "the temporary's memory is back in the pool";
+    shared.reset();  // gives A back
+
+    pool.releaseBuffer(b, size);  // A below B again
+    ZTImage value = imageutil::cloneValue(source);
+    EXPECT_EQ(value.getBuffer(), a);
+    EXPECT_EQ(0, std::memcmp(value.getBuffer(), pixels.data(), size));
+    EXPECT_EQ(pool.acquireBuffer(size), b) << "the temporary's memory is back in the pool";
+    pool.releaseBuffer(b, size);
+}
+
+TEST(ImageClone, AFailedCreateGivesADefaultImage) {
+    // A caller's buffer whose geometry no memory can hold: 2^31 rows 2^30 + 1 bytes apart.
+    unsigned char byte = 7;
+    ZTImage huge;
+    huge.attachUserBuffer(&byte, 1, Mono8, 1, 1u << 31, 1u << 30);
+    ASSERT_TRUE(huge.isValid());
+    EXPECT_EQ(imageutil::cloneShared(huge), nullptr);
+    const ZTImage value = imageutil::cloneValue(huge);
+    EXPECT_FALSE(value.isValid());
+    EXPECT_EQ(value.getPixelType(), 0u);
+    EXPECT_EQ(value.getWidth(), 0u);
+    EXPECT_EQ(value.getHeight(), 0u);
+    EXPECT_EQ(value.getpaddingX(), 0);
 }
 
 TEST(ImageClone, ClonesOfAFrameOwnTheirPixelsAndLetTheFrameGo) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ImageConverterFactory.h"
+#include "PolarizationBridge.h"
 
 using namespace ZTI;
 
@@ -82,6 +83,38 @@ TEST(PolarizationProducts, HeatmapRowsArePackedWhateverTheLibraryStride) {
                 ASSERT_EQ(std::memcmp(map.getBuffer() + 3 * p, c.rgb, 3), 0) << width << " wide, range from " << c.low << ", pixel " << p;
         }
         EXPECT_TRUE(std::equal(before.begin(), before.end(), frame.getBuffer()));  // read in place, never written
+    }
+}
+
+TEST(PolarizationBridge, OnlyTheHeatmapConsultsTheOutputStride) {
+    // Records as another polarization library might fill them, over 4 rows of 2 pixels:
+    // bytes 0, 1, 2 ... . The 8-bit products are packed by the library's contract, so their
+    // stride is never read: the first width x height bytes are the image. The heat map's rows
+    // are copied by the stride only when it exceeds a packed row (6 bytes); a stride of 0,
+    // negative or at most a row means packed rows.
+    std::vector<unsigned char> data(64);
+    for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<unsigned char>(i);
+    const auto record = [&](int stride) {
+        pol::ImageInfo out;
+        out.width = 2;
+        out.height = 4;
+        out.stride = stride;
+        out.data = data.data();
+        return out;
+    };
+    for (int stride : {0, -3, 1, 2, 5, 16}) {
+        ZTImage product;
+        ASSERT_TRUE(polarization::publish(record(stride), Mono8, 1, product)) << "stride " << stride;
+        ASSERT_EQ(product.getStride(), 2u);
+        EXPECT_EQ(0, std::memcmp(product.getBuffer(), data.data(), 8)) << "stride " << stride;
+    }
+    for (int stride : {0, -3, 1, 5, 6, 9}) {
+        ZTImage map;
+        ASSERT_TRUE(polarization::publishRows(record(stride), RGB8, 3, map)) << "stride " << stride;
+        ASSERT_EQ(map.getStride(), 6u);
+        const int from = stride > 6 ? stride : 6;
+        for (int y = 0; y < 4; ++y)
+            EXPECT_EQ(0, std::memcmp(map.getBuffer() + 6 * y, data.data() + from * y, 6)) << "stride " << stride << ", row " << y;
     }
 }
 
