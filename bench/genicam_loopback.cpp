@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
         uint32_t code;
     };
     const Format formats[] = {{"Mono8", Mono8}, {"BayerRG8", BayerRG8}};
-    const uint32_t packets[] = {1500, 9000};
+    const uint32_t packets[] = {1500, 4500, 9000};
     bool lossFreeSetting = false;
     int status = 0;
     for (const Format& format : formats) {
