@@ -53,15 +53,14 @@ void plainUnpack12(PfncFormat_, int width, int height, unsigned char* src, unsig
     }
 }
 
-void runUnpack(benchmark::State& state, PfncFormat_ format, unsigned bits, UnpackFn unpack) {
-    std::vector<unsigned char> packed((kPixels * bits + 7) / 8);
-    std::mt19937 rng(7);
-    for (auto& b : packed) b = static_cast<unsigned char>(rng());
-    std::vector<unsigned char> reference(kPixels * 2, 0x5A);
-    std::vector<unsigned char> out(kPixels * 2);
-
+// Times `work` and a memcpy of out.size() bytes into `out` in every iteration, in alternating
+// order; reports work's time, and returns memcpy's total time over work's (also the
+// `vs_memcpy` counter).
+template <typename Work>
+double timeAgainstMemcpy(benchmark::State& state, std::vector<unsigned char>& out, Work&& work) {
+    const std::vector<unsigned char> reference(out.size(), 0x5A);
     using Clock = std::chrono::steady_clock;
-    double memcpySeconds = 0, unpackSeconds = 0;
+    double memcpySeconds = 0, workSeconds = 0;
     auto timed = [](auto&& body) {
         const auto start = Clock::now();
         body();
@@ -69,24 +68,33 @@ void runUnpack(benchmark::State& state, PfncFormat_ format, unsigned bits, Unpac
         return std::chrono::duration<double>(Clock::now() - start).count();
     };
     auto copy = [&] { std::memcpy(out.data(), reference.data(), out.size()); };
-    auto work = [&] { unpack(format, kWidth, kHeight, packed.data(), out.data()); };
     bool copyFirst = true;
     for (auto _ : state) {
-        double copySeconds = 0, workSeconds = 0;
+        double copyTime = 0, workTime = 0;
         if (copyFirst) {
-            copySeconds = timed(copy);
-            workSeconds = timed(work);
+            copyTime = timed(copy);
+            workTime = timed(work);
         } else {
-            workSeconds = timed(work);
-            copySeconds = timed(copy);
+            workTime = timed(work);
+            copyTime = timed(copy);
         }
         copyFirst = !copyFirst;
-        memcpySeconds += copySeconds;
-        unpackSeconds += workSeconds;
-        state.SetIterationTime(workSeconds);
+        memcpySeconds += copyTime;
+        workSeconds += workTime;
+        state.SetIterationTime(workTime);
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(out.size()));
-    state.counters["vs_memcpy"] = unpackSeconds > 0 ? memcpySeconds / unpackSeconds : 0;
+    const double ratio = workSeconds > 0 ? memcpySeconds / workSeconds : 0;
+    state.counters["vs_memcpy"] = ratio;
+    return ratio;
+}
+
+void runUnpack(benchmark::State& state, PfncFormat_ format, unsigned bits, UnpackFn unpack) {
+    std::vector<unsigned char> packed((kPixels * bits + 7) / 8);
+    std::mt19937 rng(7);
+    for (auto& b : packed) b = static_cast<unsigned char>(rng());
+    std::vector<unsigned char> out(kPixels * 2);
+    timeAgainstMemcpy(state, out, [&] { unpack(format, kWidth, kHeight, packed.data(), out.data()); });
 }
 
 void BM_Unpack10(benchmark::State& s) { runUnpack(s, 0x010A0046, 10, unpack10BitsPixelBuffer); }
@@ -142,38 +150,10 @@ void BM_AttachPublished(benchmark::State& state, PfncFormat_ format) {
     for (auto& b : packed) b = static_cast<unsigned char>(rng());
     const ZTI::ZTGrabResultPtr frame =
         ZTI::createGrabResult(format, kWidth, kHeight, 0, packed.data(), packed.size());
-    std::vector<unsigned char> reference(kPixels * 2, 0x5A), out(kPixels * 2);
+    std::vector<unsigned char> out(kPixels * 2);
     ZTI::ZTImage image;
-
-    using Clock = std::chrono::steady_clock;
-    double memcpySeconds = 0, attachSeconds = 0;
-    bool copyFirst = true;
-    for (auto _ : state) {
-        auto timed = [](auto&& body) {
-            const auto start = Clock::now();
-            body();
-            benchmark::ClobberMemory();
-            return std::chrono::duration<double>(Clock::now() - start).count();
-        };
-        auto copy = [&] { std::memcpy(out.data(), reference.data(), out.size()); };
-        auto attach = [&] { image.attachGrabResult(frame, ZTI::PackedLayout::Published); };
-        double copySeconds = 0, workSeconds = 0;
-        if (copyFirst) {
-            copySeconds = timed(copy);
-            workSeconds = timed(attach);
-        } else {
-            workSeconds = timed(attach);
-            copySeconds = timed(copy);
-        }
-        copyFirst = !copyFirst;
-        memcpySeconds += copySeconds;
-        attachSeconds += workSeconds;
-        state.SetIterationTime(workSeconds);
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(out.size()));
-    const double ratio = attachSeconds > 0 ? memcpySeconds / attachSeconds : 0;
-    state.counters["vs_memcpy"] = ratio;
-    publishedVsMemcpy[ZTI::getPixelFormatName(format)] = ratio;
+    publishedVsMemcpy[ZTI::getPixelFormatName(format)] = timeAgainstMemcpy(
+        state, out, [&] { image.attachGrabResult(frame, ZTI::PackedLayout::Published); });
 }
 
 }  // namespace
