@@ -435,9 +435,13 @@ ZTGrabResultPtr GenICamCamera::grab(std::chrono::milliseconds timeout) {
             s.stream, left.count() > 0 ? static_cast<guint64>(left.count()) : 0);
         if (!buffer) return {};
         if (s.countIdGaps) s.noteFrameId(arv_buffer_get_frame_id(buffer));
-        if (arv_buffer_get_status(buffer) != ARV_BUFFER_STATUS_SUCCESS ||
-            arv_buffer_get_payload_type(buffer) != ARV_BUFFER_PAYLOAD_TYPE_IMAGE) {
-            ++s.incomplete;
+        const ArvBufferPayloadType payload = arv_buffer_get_payload_type(buffer);
+        const bool image = payload == ARV_BUFFER_PAYLOAD_TYPE_IMAGE ||
+                           payload == ARV_BUFFER_PAYLOAD_TYPE_EXTENDED_CHUNK_DATA;
+        if (arv_buffer_get_status(buffer) != ARV_BUFFER_STATUS_SUCCESS || !image) {
+            // Lost packets make a frame incomplete; whole payloads of other kinds (chunk data
+            // alone, files) are skipped without counting.
+            if (arv_buffer_get_status(buffer) != ARV_BUFFER_STATUS_SUCCESS) ++s.incomplete;
             arv_stream_push_buffer(s.stream, buffer);
             continue;
         }
