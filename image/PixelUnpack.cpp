@@ -73,18 +73,23 @@ typedef uint32_t U32x4 __attribute__((vector_size(16)));
 
 constexpr int kGroupsPerStep10 = 4;
 
-// Pixel k of a group (k = 0..3) is the big-endian word of its bytes k and k + 1 shifted right
-// by 6 - 2k and cut to 10 bits. Interleaving bytes 0..3 of each group with bytes 1..4 builds
-// those words in 16-bit lanes; multiplying lane k by 4^k (wrapping at 16 bits) drops the bits
-// above the pixel, and the shift right by 6 drops those below, so each lane needs 2 operations.
+// Most significant bits first, pixel k of a group (k = 0..3) is the big-endian word of its
+// bytes k and k + 1 shifted right by 6 - 2k and cut to 10 bits; least significant bits first
+// (the published "p" layout), it is the little-endian word of the same bytes shifted right by
+// 2k. Interleaving bytes 0..3 of each group with bytes 1..4 builds those words in 16-bit lanes;
+// multiplying lane k by 4^k, or 4^(3-k) least significant bits first (wrapping at 16 bits),
+// drops the bits above the pixel, and the shift right by 6 drops those below, so each lane
+// needs 2 operations.
+template <bool kLsbFirst>
 inline void unpackGroups10(const unsigned char* s, unsigned char* dst) {
-    const U16x8 scale = {1, 4, 16, 64, 1, 4, 16, 64};
+    const U16x8 scale = kLsbFirst ? U16x8{64, 16, 4, 1, 64, 16, 4, 1} : U16x8{1, 4, 16, 64, 1, 4, 16, 64};
     for (int half = 0; half < kGroupsPerStep10 / 2; ++half) {
         const unsigned char* g = s + 10 * half;
         const U32x4 lead = {load32(g), load32(g + 5), 0, 0};
         const U32x4 next = {load32(g + 1), load32(g + 6), 0, 0};
         // Vector casts reinterpret the 16 bytes, as between any vector types of one size.
-        const U8x16 words = __builtin_shufflevector((U8x16)next, (U8x16)lead,
+        const U8x16 low = (U8x16)(kLsbFirst ? lead : next), high = (U8x16)(kLsbFirst ? next : lead);
+        const U8x16 words = __builtin_shufflevector(low, high,
                                                     0, 16, 1, 17, 2, 18, 3, 19,
                                                     4, 20, 5, 21, 6, 22, 7, 23);
         const U16x8 pixels = ((U16x8)words * scale) >> 6;
@@ -143,7 +148,7 @@ void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned
     size_t g = 0;
 #ifdef ZT_UNPACK10_VECTOR
     for (; g + kGroupsPerStep10 <= groups; g += kGroupsPerStep10)
-        unpackGroups10(src + 5 * g, dst + 8 * g);
+        unpackGroups10<false>(src + 5 * g, dst + 8 * g);
 #endif
     for (; g < groups; ++g) unpackGroup10(src + 5 * g, dst, 4 * g);
 
@@ -193,24 +198,6 @@ inline unsigned lsbFirst10(const unsigned char* s, unsigned k) {
     return ((s[k] | s[k + 1] << 8) >> (2 * k)) & 0x3FFu;
 }
 
-#ifdef ZT_UNPACK10_VECTOR
-// The little-endian word of bytes k and k + 1 holds pixel k at bits 2k..2k+9; multiplying lane
-// k by 4^(3-k) (wrapping at 16 bits) drops the bits above it and the shift right by 6 those
-// below, as in the legacy unpacker with the bytes of each word swapped.
-inline void unpackGroupsLsbFirst10(const unsigned char* s, unsigned char* dst) {
-    const U16x8 scale = {64, 16, 4, 1, 64, 16, 4, 1};
-    for (int half = 0; half < kGroupsPerStep10 / 2; ++half) {
-        const unsigned char* g = s + 10 * half;
-        const U32x4 lead = {load32(g), load32(g + 5), 0, 0};
-        const U32x4 next = {load32(g + 1), load32(g + 6), 0, 0};
-        const U8x16 words = __builtin_shufflevector((U8x16)lead, (U8x16)next,
-                                                    0, 16, 1, 17, 2, 18, 3, 19,
-                                                    4, 20, 5, 21, 6, 22, 7, 23);
-        const U16x8 pixels = ((U16x8)words * scale) >> 6;
-        std::memcpy(dst + 16 * half, &pixels, sizeof pixels);
-    }
-}
-#endif
 
 // n pixels of one continuous run; a last partial group reads only the bytes its pixels touch.
 void unpackRunLsbFirst10(const unsigned char* src, unsigned char* dst, size_t n) {
@@ -218,7 +205,7 @@ void unpackRunLsbFirst10(const unsigned char* src, unsigned char* dst, size_t n)
     size_t g = 0;
 #ifdef ZT_UNPACK10_VECTOR
     for (; g + kGroupsPerStep10 <= groups; g += kGroupsPerStep10)
-        unpackGroupsLsbFirst10(src + 5 * g, dst + 8 * g);
+        unpackGroups10<true>(src + 5 * g, dst + 8 * g);
 #endif
     for (; g < groups; ++g)
         for (unsigned k = 0; k < 4; ++k) store16(dst, 4 * g + k, lsbFirst10(src + 5 * g, k));
