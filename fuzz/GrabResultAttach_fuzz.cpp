@@ -1,4 +1,4 @@
-// Fuzz target: attachGrabResult on random frames. The frame's buffer is exactly as large as
+// Fuzz target: attachGrabResult on random frames, read by either packed layout. The frame's buffer is exactly as large as
 // the frame states (or, for a frame that states no size, as large as its geometry), is null
 // now and then, and the frame must be released exactly once whatever happens to the images.
 #include <cstdlib>
@@ -23,6 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const uint32_t kPaddings[] = {0, 0, 0, 1, 3, 7, 16, 0x80000000u, 0xFFFFFFFFu};
     const uint32_t padding = in.pick(kPaddings);
     const int sizeMode = in.below(4);  // 0: not stated, 1: stated exactly, 2: stated short, 3: null buffer
+    const PackedLayout layout = in.flag() ? PackedLayout::Published : PackedLayout::Legacy;
 
     // What the frame really holds when it is honest: every row through the stride, and at
     // least the packed stream.
@@ -31,6 +32,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (__builtin_mul_overflow(stride, uint64_t{height}, &honest)) honest = UINT64_MAX;
     const uint64_t packed = (uint64_t{getBitsPerPixel(format)} * width * height + 7) / 8;
     if (packed > honest) honest = packed;
+    // The published layouts read padded packed rows from their own starts.
+    const uint64_t packedRow = (uint64_t{getBitsPerPixel(format)} * width + 7) / 8;
+    if (layout == PackedLayout::Published && padding != 0 && height != 0) {
+        const uint64_t rows = (packedRow + padding) * (height - 1) + packedRow;
+        if (rows > honest) honest = rows;
+    }
     uint64_t stated = 0, bytes = honest;
     if (sizeMode == 1) stated = honest;
     if (sizeMode == 2 && honest != 0)  // 1 up to the honest size: 0 would mean "not stated"
@@ -51,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (in.flag()) image = ZTImage::create(Mono8, 8, 8, priorPadding);  // the padding is kept
         ZTGrabResultPtr grab = createGrabResult(format, width, height, padding, sizeMode == 3 ? nullptr : frame.data(),
                                                 stated, [&] { ++released; });
-        image.attachGrabResult(grab);
+        image.attachGrabResult(grab, layout);
         if (in.flag()) grab.Release();  // the image alone keeps a viewed frame
         fuzz::useImage(image);
         ZTImage stretched = image;
