@@ -35,13 +35,8 @@ RangePolicy readRangePolicy() {
 
 // The colours of the top-left 2 x 2 cell, row by row; empty for a format that is not Bayer.
 std::string bayerPattern(PIXEL_TYPE format) {
-    switch (format) {
-        case BayerGR8: case BayerGR10: case BayerGR12: case BayerGR16: return "GRBG";
-        case BayerRG8: case BayerRG10: case BayerRG12: case BayerRG16: return "RGGB";
-        case BayerGB8: case BayerGB10: case BayerGB12: case BayerGB16: return "GBRG";
-        case BayerBG8: case BayerBG10: case BayerBG12: case BayerBG16: return "BGGR";
-        default: return std::string();
-    }
+    const PixelFormatInfo* info = getPixelFormatInfo(format);
+    return info != nullptr && info->bayerPattern != nullptr ? info->bayerPattern : std::string();
 }
 
 // 2^bits - 1 as the library computes it (32-bit unsigned), as a double.

@@ -23,26 +23,14 @@ uint64_t packedBytesRead(unsigned targetBits, uint32_t width, uint32_t height) {
     return pixels / 2 * 3;
 }
 
+// What the format table says a frame becomes: itself (viewed as it is), another format
+// (unpacked into it) or nothing (a layout the library cannot hold). A code the table does not
+// know is viewed as it is.
 FrameRule frameRule(PfncFormat_ code) {
-    switch (code) {
-        case Mono10Packed: case Mono10p: return {FrameHandling::Unpack, Mono10};
-        case BayerGR10Packed: return {FrameHandling::Unpack, BayerGR10};
-        case BayerRG10Packed: return {FrameHandling::Unpack, BayerRG10};
-        case BayerGB10Packed: return {FrameHandling::Unpack, BayerGB10};
-        case BayerBG10Packed: return {FrameHandling::Unpack, BayerBG10};
-        case Mono12Packed: case Mono12p: return {FrameHandling::Unpack, Mono12};
-        case BayerGR12Packed: case BayerGR12p: return {FrameHandling::Unpack, BayerGR12};
-        case BayerRG12Packed: case BayerRG12p: return {FrameHandling::Unpack, BayerRG12};
-        case BayerGB12Packed: case BayerGB12p: return {FrameHandling::Unpack, BayerGB12};
-        case BayerBG12Packed: case BayerBG12p: return {FrameHandling::Unpack, BayerBG12};
-        // Layouts the library cannot hold: the image gets no format.
-        case Mono1p: case Mono2p: case Mono4p: case RGB10V1Packed: case RGB12V1Packed:
-        case 0x02240086u: case 0x02180088u: case 0x021E0084u: case 0x02140087u:
-            return {FrameHandling::NoFormat, 0};
-        // Everything else, the Bayer 10p codes included, is viewed as it is.
-        default:
-            return {FrameHandling::Attach, 0};
-    }
+    const PixelFormatInfo* info = getPixelFormatInfo(code);
+    if (info == nullptr || info->unpackedFormat == code) return {FrameHandling::Attach, 0};
+    if (info->unpackedFormat == 0) return {FrameHandling::NoFormat, 0};
+    return {FrameHandling::Unpack, info->unpackedFormat};
 }
 
 }  // namespace

@@ -22,17 +22,11 @@
 namespace ZTI {
 namespace {
 
-// Colour by the top byte (0x02 and up, high bit masked), plus the Bayer codes, which carry the
-// mono top byte but hold colour.
+// Colour as the format table says. A code the table does not know counts as colour when its
+// top byte (high bit masked) is not the mono family's 0x01.
 bool isColour(PfncFormat_ code) {
-    if (code == 0) return false;
-    if ((code & 0x7F000000u) != 0x01000000u) return true;
-    return (code >= BayerGR8 && code <= BayerBG8) || (code >= BayerGR10 && code <= BayerBG12) ||
-           (code >= BayerGR10Packed && code <= BayerBG12Packed) || (code >= BayerGR16 && code <= BayerBG16) ||
-           code == BayerBG10p || code == BayerGB10p || code == BayerGR10p || code == BayerRG10p ||
-           code == BayerBG12p || code == BayerGB12p || code == BayerGR12p || code == BayerRG12p ||
-           (code >= 0x0104010Du && code <= 0x01040110u) || (code >= 0x010E0105u && code <= 0x010E0108u) ||
-           (code >= 0x01100109u && code <= 0x0110010Cu);
+    if (const PixelFormatInfo* info = getPixelFormatInfo(code)) return info->isColour;
+    return code != 0 && (code & 0x7F000000u) != 0x01000000u;
 }
 
 // The process's file-creation mask, read without changing it (umask() would, racily).

@@ -44,9 +44,8 @@ void requireViewFits(const ZTImage& image) {
 }
 
 bool hasWholePixelPairs(const ZTImage& image) {
-    const PfncFormat_ format = image.getPixelType();
-    const bool pairs = format == YUV422_8_UYVY || format == YUV422_8 || format == YCbCr422_8;
-    return !pairs || image.getWidth() % 2 == 0;
+    // The two-channel matrices are the 4:2:2 formats, whose pixel pairs share chroma.
+    return channelCount(image.getPixelType()) != 2 || image.getWidth() % 2 == 0;
 }
 
 void requireWholePixelPairs(const ZTImage& image) {

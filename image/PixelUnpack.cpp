@@ -12,29 +12,20 @@ namespace {
 
 using namespace ZTI;
 
+// The single-channel 10- and 12-bit packed codes: the unpackers read every one of them, the
+// 10-bit ones as five-byte groups whatever their name says.
 bool isAcceptedPackedFormat(PfncFormat_ format) {
-    switch (format) {
-        case Mono10Packed: case Mono12Packed: case Mono10p:
-        case BayerBG10p: case BayerGB10p: case BayerGR10p: case BayerRG10p:
-        case BayerGR10Packed: case BayerRG10Packed: case BayerGB10Packed: case BayerBG10Packed:
-        case BayerGR12Packed: case BayerRG12Packed: case BayerGB12Packed: case BayerBG12Packed:
-        case Mono12p: case BayerBG12p: case BayerGB12p: case BayerGR12p: case BayerRG12p:
-            return true;
-        default:
-            return false;
-    }
+    const PixelFormatInfo* info = getPixelFormatInfo(format);
+    return info != nullptr && info->channels == 1 &&
+           (info->packing == PixelPacking::LsbFirst || info->packing == PixelPacking::PackedPairs) &&
+           (info->containerBits == 10 || info->containerBits == 12);
 }
 
 // The codes whose 12-bit pairs are stored least significant bits first; the other accepted
 // codes use the packed-pair layout.
 bool isLsbFirstPair(PfncFormat_ format) {
-    switch (format) {
-        case Mono10p: case BayerBG10p: case BayerGB10p: case BayerGR10p: case BayerRG10p:
-        case Mono12p: case BayerBG12p: case BayerGB12p: case BayerGR12p: case BayerRG12p:
-            return true;
-        default:
-            return false;
-    }
+    const PixelFormatInfo* info = getPixelFormatInfo(format);
+    return info != nullptr && info->packing == PixelPacking::LsbFirst;
 }
 
 // Pixel count as the callers define it: width x height in 32-bit signed arithmetic. A product

@@ -13,17 +13,13 @@ ZTImageFormatConverter::ZTImageFormatConverter() = default;
 PIXEL_TYPE ZTImageFormatConverter::getOutputFormat() const { return outputFormat_; }
 
 void ZTImageFormatConverter::setOutputFormat(PIXEL_TYPE fmt) {
-    // Only these six are refused; every other value is stored unchecked, and convert then
-    // reports a missing pair with -1.
+    // Only these six are refused, as the interface always has (YCbCr422_8 and the deeper
+    // mosaics are not); every other value is stored unchecked, and convert then reports a
+    // missing pair with -1.
+    static constexpr PIXEL_TYPE kRefused[] = {BayerGR8, BayerRG8, BayerGB8, BayerBG8, YUV422_8_UYVY, YUV422_8};
     bool validOutputFormat = true;
-    switch (fmt) {
-        case BayerGR8: case BayerRG8: case BayerGB8: case BayerBG8:
-        case YUV422_8_UYVY: case YUV422_8:
-            validOutputFormat = false;
-            break;
-        default:
-            break;
-    }
+    for (PIXEL_TYPE refused : kRefused)
+        if (fmt == refused) validOutputFormat = false;
     if (!validOutputFormat) {
         std::fputs("Invalid output format.\n", stderr);
         ZT_ASSERT(validOutputFormat==true);  // NOLINT: the expression text is part of the message

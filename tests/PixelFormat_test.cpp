@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
+#include "MatrixBridge.h"
 #include "ZTImage.h"
 
 using namespace ZTI;
@@ -30,23 +30,117 @@ TEST(PixelFormat, BitsPerChannelFollowsTheTable) {
     EXPECT_EQ(getBitsPerChannel(0x02300025u), 0u);
 }
 
-TEST(PixelFormat, TableHasUniqueCodesAndNamesThatRoundTrip) {
-    std::set<PfncFormat_> codes;
-    std::set<std::string> names;
-    for (const PixelFormatInfo& f : getPixelFormats()) {
-        EXPECT_TRUE(codes.insert(f.code).second) << std::hex << f.code;
+TEST(PixelFormat, TableFollowsTheFormatListRowForRow) {
+    // The public list of names and codes, expanded here on its own: the table must hold the
+    // same rows in the same order, and every lookup must find its own row.
+    struct ListRow {
+        const char* name;
+        PfncFormat_ code;
+        unsigned bits;
+    };
+#define ZT_LIST_ROW(name, code, bits) {#name, code##u, bits},
+#define ZT_LIST_UNNAMED(code, bits) {nullptr, code##u, bits},
+    const ListRow list[] = {ZT_PFNC_FORMAT_LIST(ZT_LIST_ROW, ZT_LIST_UNNAMED)};
+#undef ZT_LIST_ROW
+#undef ZT_LIST_UNNAMED
+    const PixelFormatRange table = getPixelFormats();
+    ASSERT_EQ(table.size(), sizeof(list) / sizeof(list[0]));
+    for (size_t i = 0; i < table.size(); ++i) {
+        const PixelFormatInfo& f = table.begin()[i];
+        SCOPED_TRACE(testing::Message() << "row " << i << ", 0x" << std::hex << list[i].code);
+        EXPECT_EQ(f.code, list[i].code);
+        EXPECT_STREQ(f.name, list[i].name);
+        EXPECT_EQ(f.bitsPerChannel, list[i].bits);
+        EXPECT_EQ(f.bitsPerPixel, getBitsPerPixel(f.code));
+        EXPECT_EQ(getPixelFormatInfo(f.code), &f);  // also: no code listed twice
         EXPECT_EQ(getBitsPerChannel(f.code), f.bitsPerChannel);
-        if (f.name == nullptr) continue;
-        EXPECT_TRUE(names.insert(f.name).second) << f.name;
-        EXPECT_EQ(findPixelFormat(f.name), f.code) << f.name;
-        EXPECT_STREQ(getPixelFormatName(f.code), f.name);
+        if (f.name != nullptr) {
+            EXPECT_EQ(findPixelFormat(f.name), f.code);
+        }
     }
-    EXPECT_EQ(codes.size(), 182u);  // every row of the format table, none lost
+    EXPECT_EQ(getPixelFormatInfo(0), nullptr);
+    EXPECT_EQ(getPixelFormatInfo(0x0230001Cu), nullptr);
     EXPECT_EQ(findPixelFormat("bayerrg12P"), BayerRG12p);  // case-insensitive
     EXPECT_EQ(findPixelFormat("BayerRG13"), 0u);
     EXPECT_EQ(findPixelFormat(""), 0u);
     EXPECT_EQ(findPixelFormat(nullptr), 0u);
     EXPECT_EQ(getPixelFormatName(0x0104010Du), nullptr);
+}
+
+TEST(PixelFormat, LayoutFactsAgreeWithEachOther) {
+    for (const PixelFormatInfo& f : getPixelFormats()) {
+        SCOPED_TRACE(testing::Message() << (f.name ? f.name : "unnamed") << " 0x" << std::hex << f.code);
+        // The sample containers must add up to the pixel the code states.
+        switch (f.packing) {
+            case PixelPacking::None:
+                EXPECT_TRUE(f.containerBits == 8 || f.containerBits == 16) << f.containerBits;
+                EXPECT_LE(f.bitsPerChannel, f.containerBits);
+                EXPECT_EQ(f.bitsPerPixel, f.channels * f.containerBits);
+                break;
+            case PixelPacking::LsbFirst:
+                EXPECT_EQ(f.containerBits, f.bitsPerChannel);
+                EXPECT_EQ(f.bitsPerPixel, f.channels * f.containerBits);
+                break;
+            case PixelPacking::PackedPairs:  // two samples in three bytes
+                EXPECT_EQ(f.containerBits, f.bitsPerChannel);
+                EXPECT_EQ(f.channels, 1u);
+                EXPECT_EQ(f.bitsPerPixel, 12u);
+                break;
+            case PixelPacking::Other:
+                EXPECT_EQ(f.containerBits, 0u);
+                break;
+        }
+        EXPECT_GE(f.channels, 1u);
+        EXPECT_LE(f.channels, 4u);
+        // The matrix form, where there is one, has the same channels and container depth.
+        const int type = get_cv_mat_type(f.code);
+        if (type >= 0) {
+            EXPECT_EQ(CV_MAT_CN(type), static_cast<int>(f.channels));
+            EXPECT_EQ(CV_ELEM_SIZE1(type) * 8, static_cast<int>(f.containerBits));
+        }
+        // Colour: every code outside the mono family, and the mosaics inside it.
+        if ((f.code >> 24) != 0x01) {
+            EXPECT_TRUE(f.isColour);
+        }
+        if (f.bayerPattern != nullptr) {
+            EXPECT_TRUE(f.isColour);
+            EXPECT_EQ(f.channels, 1u);
+            EXPECT_EQ(std::string(f.bayerPattern).size(), 4u);
+        }
+        // An unpacked frame keeps depth, colour and pattern in 16-bit samples.
+        if (f.unpackedFormat != 0 && f.unpackedFormat != f.code) {
+            const PixelFormatInfo* to = getPixelFormatInfo(f.unpackedFormat);
+            ASSERT_NE(to, nullptr);
+            EXPECT_NE(f.packing, PixelPacking::None);
+            EXPECT_EQ(to->packing, PixelPacking::None);
+            EXPECT_EQ(to->containerBits, 16u);
+            EXPECT_EQ(to->bitsPerChannel, f.bitsPerChannel);
+            EXPECT_EQ(to->isColour, f.isColour);
+            EXPECT_STREQ(to->bayerPattern, f.bayerPattern);
+            EXPECT_EQ(to->unpackedFormat, to->code);
+        }
+    }
+}
+
+TEST(PixelFormat, UnpackedFormatIsWhatAFrameBecomes) {
+    // 2 x 2 pixels of at most 64 bits each: enough for every unpacker to read.
+    unsigned char bytes[32] = {};
+    for (const PixelFormatInfo& f : getPixelFormats()) {
+        ZTImage image;
+        image.attachGrabResult(createGrabResult(f.code, 2, 2, 0, bytes, sizeof bytes));
+        EXPECT_EQ(image.getPixelType(), f.unpackedFormat) << std::hex << f.code;
+    }
+    // The facts callers lean on, by name.
+    EXPECT_EQ(getPixelFormatInfo(BayerRG10p)->unpackedFormat, BayerRG10p);  // viewed as it is
+    EXPECT_EQ(getPixelFormatInfo(Mono10p)->unpackedFormat, Mono10);
+    EXPECT_EQ(getPixelFormatInfo(BayerGB12Packed)->unpackedFormat, BayerGB12);
+    EXPECT_EQ(getPixelFormatInfo(Mono1p)->unpackedFormat, 0u);
+    EXPECT_STREQ(getPixelFormatInfo(BayerGR12p)->bayerPattern, "GRBG");
+    EXPECT_STREQ(getPixelFormatInfo(BayerBG8)->bayerPattern, "BGGR");
+    EXPECT_EQ(getPixelFormatInfo(YUV422_8)->channels, 2u);
+    EXPECT_TRUE(getPixelFormatInfo(0x0110010Cu)->isColour);  // a mosaic known only by number
+    EXPECT_FALSE(getPixelFormatInfo(0x010E0104u)->isColour);
+    EXPECT_FALSE(getPixelFormatInfo(Mono12p)->isColour);
 }
 
 TEST(PixelFormat, StrideUsesWholeBytesPerPixelPlusPadding) {

@@ -7,7 +7,6 @@
 
 #include "ImageConverterFactory.h"
 #include "ToolError.h"
-#include "ZTImage.h"
 
 namespace ztool {
 namespace {
@@ -90,11 +89,9 @@ std::string formatList(const std::vector<PfncFormat_>& codes) {
 }
 
 PfncFormat_ attachedFormat(PfncFormat_ code) {
-    // 2 x 2 pixels of at most 64 bits each; the unpackers read no more than that.
-    unsigned char bytes[32] = {};
-    ZTI::ZTImage image;
-    image.attachGrabResult(ZTI::createGrabResult(code, 2, 2, 0, bytes, sizeof bytes));
-    return image.getPixelType();
+    // A code the library does not know is viewed as it is.
+    const ZTI::PixelFormatInfo* info = ZTI::getPixelFormatInfo(code);
+    return info != nullptr ? info->unpackedFormat : code;
 }
 
 std::vector<PfncFormat_> conversionTargets(PfncFormat_ src) {

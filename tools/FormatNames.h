@@ -21,7 +21,7 @@ std::string formatList(const std::vector<PfncFormat_>& codes);
 
 /// The format an image of `code` has once a camera frame of that format is attached: the
 /// unpacked format for packed 10- and 12-bit frames, 0 for layouts the library cannot hold,
-/// `code` itself otherwise. Asked of the library by attaching a tiny frame.
+/// `code` itself otherwise, as the library's format table says.
 PfncFormat_ attachedFormat(PfncFormat_ code);
 
 /// Formats the library converts `src` into (usable conversions only), in table order.
