@@ -148,7 +148,7 @@ Image fromArray(py::array array, PfncFormat_ format, bool copy) {
     const ZTI::PixelFormatInfo& info = *ZTI::getPixelFormatInfo(format);
     const bool packed = info.packing == PixelPacking::LsbFirst || info.packing == PixelPacking::PackedPairs;
     const ArrayLayout probe = layoutOf(format, 8);  // the kind does not depend on the width here
-    if (probe.kind == ArrayLayout::Kind::Flat && !packed)
+    if ((probe.kind == ArrayLayout::Kind::Flat && !packed) || info.unpackedFormat == 0)
         fail(std::string(fn) + ": " + name + " has no array layout the library reads");
 
     const bool samples = probe.kind == ArrayLayout::Kind::Samples;
