@@ -48,3 +48,9 @@ def test_views_keep_their_memory_alive():
     del dst
     gc.collect()
     assert old.shape == (4, 4, 3) and int(old.sum()) == 48
+
+
+if __name__ == "__main__":
+    # Run on its own (without pytest) under memcheck, where only this file's reads matter.
+    test_views_keep_their_memory_alive()
+    print("lifetime: views read after their owners were released")
