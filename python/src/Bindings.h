@@ -45,6 +45,9 @@ std::string describe(const ZTI::ZTImage& image);
 /// Raises ValueError unless `image` holds pixels; `function` names the caller in the message.
 void requireValid(const Image& image, const char* function);
 
+/// Adds an IntEnum `name` of (name, value) pairs to the module and returns it.
+py::object addEnum(py::module_& module, const char* name, const py::list& members, const char* doc);
+
 /// The PixelFormat member of a code, or the plain int for codes without a name.
 py::object formatObject(ZTI::PfncFormat_ format);
 

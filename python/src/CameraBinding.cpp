@@ -68,15 +68,12 @@ struct FrameIterator {
 }  // namespace
 
 void bindCameras(py::module_& m) {
-    py::object intEnum = py::module_::import("enum").attr("IntEnum");
     py::list scenes;
     scenes.append(py::make_tuple("COLOUR", 0));
     scenes.append(py::make_tuple("POLARIZATION", 1));
-    py::object scene = intEnum("VirtualScene", scenes, py::arg("module") = "ztimage");
-    scene.attr("__doc__") =
-        "What a virtual camera looks at: COLOUR (patches, ramps, a star, gratings, edges) or POLARIZATION "
-        "(regions of known angle and degree seen through a polarized sensor; monochrome formats only).";
-    m.attr("VirtualScene") = scene;
+    addEnum(m, "VirtualScene", scenes,
+            "What a virtual camera looks at: COLOUR (patches, ramps, a star, gratings, edges) or POLARIZATION "
+            "(regions of known angle and degree seen through a polarized sensor; monochrome formats only).");
 
     py::class_<FrameIterator>(m, "FrameIterator", "Frames of a camera; see VirtualCamera.frames.")
         .def("__iter__", [](py::object self) { return self; })

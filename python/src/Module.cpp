@@ -35,40 +35,42 @@ parallel. An Image or a Converter is used by one thread at a time.
 )doc";
 
 void bindEnums(py::module_& m) {
-    py::object intEnum = py::module_::import("enum").attr("IntEnum");
-
     py::list formats;
     for (const ZTI::PixelFormatInfo& info : ZTI::getPixelFormats())
         if (info.name != nullptr) formats.append(py::make_tuple(info.name, info.code));
-    py::object pixelFormat = intEnum("PixelFormat", formats, py::arg("module") = "ztimage");
-    pixelFormat.attr("__doc__") =
+    py::object pixelFormat = addEnum(m, "PixelFormat", formats,
         "GenICam PFNC pixel-format codes by name (PixelFormat.Mono8 == 0x01080001). Plain ints "
-        "are accepted wherever a format is expected.";
-    m.attr("PixelFormat") = pixelFormat;
+        "are accepted wherever a format is expected.");
     pixelFormatClass = pixelFormat.release().ptr();
 
     py::list fileFormats;
     for (auto [name, value] : {std::pair{"BMP", ZTI::Bmp}, {"JPEG", ZTI::Jpeg}, {"PNG", ZTI::Png},
                                {"TIFF", ZTI::Tiff}, {"PNM", ZTI::Pnm}})
         fileFormats.append(py::make_tuple(name, static_cast<int>(value)));
-    py::object fileFormat = intEnum("ImageFileFormat", fileFormats, py::arg("module") = "ztimage");
-    fileFormat.attr("__doc__") =
-        "File formats by the depth they hold: BMP and JPEG take 8-bit samples, PNG, TIFF and PNM "
-        "also 16-bit ones. The codec itself always follows the path's extension.";
-    m.attr("ImageFileFormat") = fileFormat;
+    addEnum(m, "ImageFileFormat", fileFormats,
+            "File formats by the depth they hold: BMP and JPEG take 8-bit samples, PNG, TIFF and PNM "
+            "also 16-bit ones. The codec itself always follows the path's extension.");
 
     py::list quadrants;
     for (auto [name, value] : {std::pair{"I0", ZTI::PolarQuadrantI0}, {"I45", ZTI::PolarQuadrantI45},
                                {"I90", ZTI::PolarQuadrantI90}, {"I135", ZTI::PolarQuadrantI135}})
         quadrants.append(py::make_tuple(name, static_cast<int>(value)));
-    py::object quadrant = intEnum("PolarizationQuadrant", quadrants, py::arg("module") = "ztimage");
-    quadrant.attr("__doc__") =
-        "Polarizer angle of one plane of a polarized-sensor frame: I90 top left, I45 top right, "
-        "I135 bottom left and I0 bottom right of every 2 x 2 cell.";
-    m.attr("PolarizationQuadrant") = quadrant;
+    addEnum(m, "PolarizationQuadrant", quadrants,
+            "Polarizer angle of one plane of a polarized-sensor frame: I90 top left, I45 top right, "
+            "I135 bottom left and I0 bottom right of every 2 x 2 cell.");
 }
 
 }  // namespace
+
+py::object addEnum(py::module_& module, const char* name, const py::list& members, const char* doc) {
+    py::module_ enumModule = py::module_::import("enum");
+    py::object cls = enumModule.attr("IntEnum")(name, members, py::arg("module") = "ztimage");
+    cls.attr("__doc__") = doc;
+    // Printed as "PixelFormat.Mono8" rather than the bare number IntEnum prints since 3.11.
+    cls.attr("__str__") = enumModule.attr("Enum").attr("__str__");
+    module.attr(name) = cls;
+    return cls;
+}
 
 std::string formatName(ZTI::PfncFormat_ format) {
     if (const char* name = ZTI::getPixelFormatName(format)) return name;
