@@ -1,6 +1,9 @@
 // Turning camera frames into images: attach in place, or unpack packed formats.
 #include "PixelUnpack.h"
+#include "PublishedUnpack.h"
 #include "ZTImageImpl.h"
+
+#include <string>
 
 namespace ZTI {
 namespace {
@@ -84,6 +87,50 @@ void ZTImage::ZTImageImpl::attachGrabResult(const ZTGrabResultPtr& grab) {
             pixelType_ = 0;
             break;
     }
+}
+
+namespace {
+
+// The 16-bit format a published-layout frame unpacks into: Mono or the Bayer pattern of the
+// frame, at its depth (BayerRG10p gives BayerRG10).
+PfncFormat_ publishedTarget(const PixelFormatInfo& info) {
+    std::string name = info.bayerPattern ? std::string("Bayer") + info.bayerPattern[0] + info.bayerPattern[1]
+                                         : std::string("Mono");
+    name += std::to_string(info.bitsPerChannel);
+    return findPixelFormat(name.c_str());
+}
+
+}  // namespace
+
+void ZTImage::ZTImageImpl::attachGrabResult(const ZTGrabResultPtr& grab, PackedLayout layout) {
+    const PfncFormat_ code = grab ? grab->GetGrabResultDataImpl()->GetPixelType() : 0;
+    if (layout == PackedLayout::Legacy || !hasPublishedUnpacking(code)) {
+        attachGrabResult(grab);
+        return;
+    }
+    userBuffer_ = nullptr;
+    grabResult_.Release();
+    const ZTGrabResultDataImpl* frame = grab->GetGrabResultDataImpl();
+    width_ = frame->GetWidth();
+    height_ = frame->GetHeight();
+    const PfncFormat_ target = publishedTarget(*getPixelFormatInfo(code));
+    allocateBuffer(target, width_, height_, nullptr);
+
+    // Rows with padding start at their own byte; without, the pixels run on from row to row.
+    // As for the legacy layouts, a frame stated shorter than its pixels need, or too large for
+    // the memory, is not unpacked and leaves the image without memory.
+    const uint32_t padding = frame->GetPaddingX();
+    const uint64_t rowBytes = publishedRowBytes(code, width_);
+    const uint64_t needed = height_ == 0 ? 0
+                            : padding == 0 ? (uint64_t{width_} * height_ * getBitsPerPixel(code) + 7) / 8
+                                           : (rowBytes + padding) * (height_ - 1) + rowBytes;
+    const uint64_t stated = grab->GetImageSize();
+    const auto* src = static_cast<const unsigned char*>(frame->GetBuffer());
+    if (src == nullptr || (stated != 0 && stated < needed) ||
+        (ownedBuffer_ != nullptr && allocatedSize_ < 2 * uint64_t{width_} * height_))
+        releaseOwned();
+    unpackPublished(code, width_, height_, padding, src, ownedBuffer_);
+    pixelType_ = target;
 }
 
 }  // namespace ZTI

@@ -4,6 +4,7 @@
 // remaining pixels with the plain per-group formulas. The fast bodies only read bytes that
 // belong to the groups they unpack, so nothing past the packed stream is ever touched.
 #include "PixelUnpack.h"
+#include "PublishedUnpack.h"
 
 #include <cstdint>
 #include <cstring>
@@ -168,3 +169,107 @@ void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned
     else
         unpackPairs12<PackedPair>(src, dst, pairs);
 }
+
+// ---- Published layouts ---------------------------------------------------------------------
+// The layouts the standards publish, for frames that real cameras send: PFNC "p" codes pack
+// pixels back to back least significant bits first (10 bits: four pixels in five bytes);
+// GigE Vision "Packed" codes put two pixels in three bytes, the high bits of each in bytes 0
+// and 2 and the low bits of both in byte 1 (bits 1..0 for the first pixel, 5..4 for a 10-bit
+// second one, 7..4 for a 12-bit second one).
+
+namespace {
+
+// Two 10-bit pixels in three bytes: p0 = b0 << 2 | b1 & 3, p1 = b2 << 2 | (b1 >> 4) & 3.
+struct PackedPair10 {
+    static unsigned first(unsigned b0, unsigned b1, unsigned) { return (b0 << 2) | (b1 & 0x03); }
+    static unsigned second(unsigned, unsigned b1, unsigned b2) { return (b2 << 2) | ((b1 >> 4) & 0x03); }
+    static uint32_t both(uint32_t x) {
+        return ((x << 2) & 0x03FC03FCu) | ((x >> 8) & 0x03u) | ((x << 4) & 0x00030000u);
+    }
+};
+
+// Pixel k (k = 0..3) of a five-byte group starts at bit 10 k: byte k, bit 2 k.
+inline unsigned lsbFirst10(const unsigned char* s, unsigned k) {
+    return ((s[k] | s[k + 1] << 8) >> (2 * k)) & 0x3FFu;
+}
+
+#ifdef ZT_UNPACK10_VECTOR
+// The little-endian word of bytes k and k + 1 holds pixel k at bits 2k..2k+9; multiplying lane
+// k by 4^(3-k) (wrapping at 16 bits) drops the bits above it and the shift right by 6 those
+// below, as in the legacy unpacker with the bytes of each word swapped.
+inline void unpackGroupsLsbFirst10(const unsigned char* s, unsigned char* dst) {
+    const U16x8 scale = {64, 16, 4, 1, 64, 16, 4, 1};
+    for (int half = 0; half < kGroupsPerStep10 / 2; ++half) {
+        const unsigned char* g = s + 10 * half;
+        const U32x4 lead = {load32(g), load32(g + 5), 0, 0};
+        const U32x4 next = {load32(g + 1), load32(g + 6), 0, 0};
+        const U8x16 words = __builtin_shufflevector((U8x16)lead, (U8x16)next,
+                                                    0, 16, 1, 17, 2, 18, 3, 19,
+                                                    4, 20, 5, 21, 6, 22, 7, 23);
+        const U16x8 pixels = ((U16x8)words * scale) >> 6;
+        std::memcpy(dst + 16 * half, &pixels, sizeof pixels);
+    }
+}
+#endif
+
+// n pixels of one continuous run; a last partial group reads only the bytes its pixels touch.
+void unpackRunLsbFirst10(const unsigned char* src, unsigned char* dst, size_t n) {
+    const size_t groups = n / 4;
+    size_t g = 0;
+#ifdef ZT_UNPACK10_VECTOR
+    for (; g + kGroupsPerStep10 <= groups; g += kGroupsPerStep10)
+        unpackGroupsLsbFirst10(src + 5 * g, dst + 8 * g);
+#endif
+    for (; g < groups; ++g)
+        for (unsigned k = 0; k < 4; ++k) store16(dst, 4 * g + k, lsbFirst10(src + 5 * g, k));
+    const unsigned char* s = src + 5 * groups;
+    for (unsigned k = 0; k < n % 4; ++k) store16(dst, 4 * groups + k, lsbFirst10(s, k));
+}
+
+// n pixels in pairs; an odd last pixel reads the first two bytes of its pair.
+template <typename Layout>
+void unpackRunPairs(const unsigned char* src, unsigned char* dst, size_t n) {
+    unpackPairs12<Layout>(src, dst, n / 2);
+    if (n % 2) {
+        const unsigned char* s = src + 3 * (n / 2);
+        store16(dst, n - 1, Layout::first(s[0], s[1], 0));
+    }
+}
+
+using RunUnpacker = void (*)(const unsigned char*, unsigned char*, size_t);
+
+RunUnpacker publishedRunUnpacker(const PixelFormatInfo& info) {
+    if (info.bitsPerChannel == 10 && info.packing == PixelPacking::LsbFirst) return unpackRunLsbFirst10;
+    if (info.bitsPerChannel == 10 && info.packing == PixelPacking::PackedPairs) return unpackRunPairs<PackedPair10>;
+    if (info.bitsPerChannel == 12 && info.packing == PixelPacking::LsbFirst) return unpackRunPairs<LsbFirstPair>;
+    if (info.bitsPerChannel == 12 && info.packing == PixelPacking::PackedPairs) return unpackRunPairs<PackedPair>;
+    return nullptr;
+}
+
+}  // namespace
+
+namespace ZTI {
+
+bool hasPublishedUnpacking(PfncFormat_ format) {
+    const PixelFormatInfo* info = getPixelFormatInfo(format);
+    return info != nullptr && info->channels == 1 && publishedRunUnpacker(*info) != nullptr;
+}
+
+uint64_t publishedRowBytes(PfncFormat_ format, uint32_t pixels) {
+    return (uint64_t{pixels} * getBitsPerPixel(format) + 7) / 8;
+}
+
+void unpackPublished(PfncFormat_ format, uint32_t width, uint32_t height, uint32_t paddingX,
+                     const unsigned char* src, unsigned char* dst) {
+    const PixelFormatInfo* info = getPixelFormatInfo(format);
+    const RunUnpacker unpack = info != nullptr ? publishedRunUnpacker(*info) : nullptr;
+    if (unpack == nullptr || src == nullptr || dst == nullptr) return;
+    if (paddingX == 0) {
+        unpack(src, dst, size_t{width} * height);
+        return;
+    }
+    const uint64_t stride = publishedRowBytes(format, width) + paddingX;
+    for (uint32_t y = 0; y < height; ++y) unpack(src + y * stride, dst + 2 * size_t{width} * y, width);
+}
+
+}  // namespace ZTI

@@ -177,6 +177,12 @@ void ZTImage::attachGrabResult(const ZTGrabResultPtr& grab) {
     impl_->attachGrabResult(grab);
 }
 
+void ZTImage::attachGrabResult(const ZTGrabResultPtr& grab, PackedLayout layout) {
+    detach();
+    if (!impl_) impl_ = std::make_shared<ZTImageImpl>();
+    impl_->attachGrabResult(grab, layout);
+}
+
 void ZTImage::detach() {
     if (!impl_ || impl_.use_count() <= 1) return;
     impl_ = std::make_shared<ZTImageImpl>(*impl_);

@@ -41,6 +41,7 @@ public:
     void attachUserBuffer(void* buffer, unsigned long size, PfncFormat_ pixelType,
                           unsigned int width, unsigned int height, unsigned long paddingX);
     void attachGrabResult(const ZTGrabResultPtr& grab);
+    void attachGrabResult(const ZTGrabResultPtr& grab, PackedLayout layout);
 
     /// Bytes that may be read from getBuffer(): the whole allocation for owned memory, the
     /// stated size for a caller's buffer or a camera frame. A frame that did not state its size

@@ -5,11 +5,25 @@
 #include <memory>
 
 #include "PixelFormat.h"
+#include "ZTExport.h"
 #include "ZTGrabResult.h"
 
 namespace ZTI {
 
 struct ZTImageAccess;
+
+/// How attachGrabResult reads packed 10- and 12-bit frames.
+enum class PackedLayout {
+    /// The library's own reading: every 10-bit code as five-byte groups of four pixels, most
+    /// significant bits first; Bayer 10p frames attached without unpacking.
+    Legacy,
+    /// The layouts the standards publish, as cameras send them: Mono10p and Bayer 10p as four
+    /// pixels in five bytes, least significant bits first; Mono10Packed and Bayer 10Packed as
+    /// two pixels in three bytes (byte 0 and byte 2 the high 8 bits of each, byte 1 the low
+    /// bits in bits 1..0 and 5..4); the 12-bit codes as in Legacy. A frame's row padding is
+    /// honoured: each row is read from its own start.
+    Published,
+};
 
 /// An image: PFNC format, width, height, row padding and pixel memory. The memory belongs to
 /// the library's buffer pool, to the caller (attachUserBuffer) or to a camera frame that the
@@ -74,6 +88,10 @@ public:
     /// too large for the 32-bit byte count, is not unpacked: the image gets the unpacked format
     /// and size but no memory (not valid), as after a failed allocation.
     void attachGrabResult(const ZTGrabResultPtr& grab);
+    /// As attachGrabResult(grab), reading packed 10- and 12-bit mono and Bayer frames by
+    /// `layout`; every such frame, Bayer 10p included, is unpacked into the 16-bit format of
+    /// its depth (Mono10, BayerRG12 ...). Legacy behaves exactly as the one-argument form.
+    ZTI_API void attachGrabResult(const ZTGrabResultPtr& grab, PackedLayout layout);
     /// Gives this image a private implementation if it shares one (copy-on-write).
     void detach();
 

@@ -39,6 +39,11 @@ struct VirtualCameraConfig {
     /// When true the scene shifts by up to 2 pixels (4 for the polarization scene, keeping
     /// its regions on whole 2 x 2 cells) along a loop of 8 frames, so a stream is not static.
     bool moving = true;
+    /// When true the 10-bit packed codes are encoded as cameras send them: Mono10p and Bayer
+    /// 10p as four pixels in five bytes, least significant bits first; Mono10Packed and Bayer
+    /// 10Packed as two pixels in three bytes (the high 8 bits of each in bytes 0 and 2, the low
+    /// 2 bits in bits 1..0 and 5..4 of byte 1). Other codes are encoded alike either way.
+    bool publishedLayout = false;
 };
 
 /// Colour of the scene at one point: linear values, 16 bits per channel.

@@ -76,6 +76,36 @@ void packPairsPacked12(const uint16_t* p, size_t n, unsigned char* out) {
     }
 }
 
+// Packs n samples (already cut to 10 bits) back to back, least significant bits first: four
+// pixels in five bytes. A last partial group of r pixels takes the ceil(10 r / 8) bytes it
+// touches.
+void packLsbFirst10(const uint16_t* p, size_t n, unsigned char* out) {
+    const size_t bytes = (10 * n + 7) / 8;
+    std::memset(out, 0, bytes);
+    for (size_t i = 0; i < n; ++i) {
+        const size_t bit = 10 * i;
+        const unsigned v = unsigned{p[i]} << (bit % 8);
+        out[bit / 8] = static_cast<unsigned char>(out[bit / 8] | v);
+        out[bit / 8 + 1] = static_cast<unsigned char>(out[bit / 8 + 1] | v >> 8);
+    }
+}
+
+// Packs n 10-bit samples into three-byte pairs: the high eight bits of each pixel in bytes 0
+// and 2, the low two bits of the first in bits 1..0 of byte 1 and of the second in bits 5..4.
+// An odd last pixel takes two bytes.
+void packPairsPacked10(const uint16_t* p, size_t n, unsigned char* out) {
+    size_t i = 0;
+    for (; i + 2 <= n; i += 2, out += 3) {
+        out[0] = static_cast<unsigned char>(p[i] >> 2);
+        out[1] = static_cast<unsigned char>((p[i] & 0x03) | (p[i + 1] & 0x03) << 4);
+        out[2] = static_cast<unsigned char>(p[i + 1] >> 2);
+    }
+    if (i < n) {
+        out[0] = static_cast<unsigned char>(p[i] >> 2);
+        out[1] = static_cast<unsigned char>(p[i] & 0x03);
+    }
+}
+
 void encodePackedStream(const FrameFormat& format, const SceneCanvas& canvas,
                         const SensorWindow& window, unsigned char* out,
                         std::vector<uint16_t>& scratch) {
@@ -91,6 +121,8 @@ void encodePackedStream(const FrameFormat& format, const SceneCanvas& canvas,
         case Encoding::Group10: packGroups10(scratch.data(), n, out); break;
         case Encoding::PairLsb12: packPairsLsb12(scratch.data(), n, out); break;
         case Encoding::PairPacked12: packPairsPacked12(scratch.data(), n, out); break;
+        case Encoding::LsbFirst10: packLsbFirst10(scratch.data(), n, out); break;
+        case Encoding::PairPacked10: packPairsPacked10(scratch.data(), n, out); break;
         default: ZT_CAMERA_CHECK(false);
     }
 }

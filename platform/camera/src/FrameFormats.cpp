@@ -74,7 +74,8 @@ const FrameFormat* findFrameFormat(uint32_t code) {
 }
 
 bool isPackedStream(Encoding encoding) {
-    return encoding == E::Group10 || encoding == E::PairLsb12 || encoding == E::PairPacked12;
+    return encoding == E::Group10 || encoding == E::PairLsb12 || encoding == E::PairPacked12 ||
+           encoding == E::LsbFirst10 || encoding == E::PairPacked10;
 }
 
 bool isChromaShared(Encoding encoding) { return encoding == E::Uyvy || encoding == E::Yuyv; }
@@ -104,8 +105,37 @@ uint64_t rowPixelBytes(Encoding encoding, uint32_t width) {
 uint64_t frameByteCount(const FrameFormat& format, uint32_t width, uint32_t height,
                         uint32_t paddingX) {
     const uint64_t pixels = uint64_t{width} * height;
-    if (isPackedStream(format.encoding)) return (pixels * format.bits + 7) / 8;
+    // Pairs of 10-bit pixels take three bytes, as 12-bit ones do.
+    const uint64_t streamBits = format.encoding == E::PairPacked10 ? 12 : format.bits;
+    if (isPackedStream(format.encoding)) return (pixels * streamBits + 7) / 8;
     return (rowPixelBytes(format.encoding, width) + paddingX) * height;
+}
+
+namespace {
+
+// The 10-bit packed codes as cameras send them: the "p" codes least significant bits first, the
+// "Packed" codes in GigE Vision's pairs.
+constexpr FrameFormat kPublished10[] = {
+    // code        name               sensor      encoding          bits
+    {0x010A0046, "Mono10p",          S::Mono,    E::LsbFirst10,    10},
+    {0x010C0004, "Mono10Packed",     S::Mono,    E::PairPacked10,  10},
+    {0x010A0056, "BayerGR10p",       S::BayerGR, E::LsbFirst10,    10},
+    {0x010A0058, "BayerRG10p",       S::BayerRG, E::LsbFirst10,    10},
+    {0x010A0054, "BayerGB10p",       S::BayerGB, E::LsbFirst10,    10},
+    {0x010A0052, "BayerBG10p",       S::BayerBG, E::LsbFirst10,    10},
+    {0x010C0026, "BayerGR10Packed",  S::BayerGR, E::PairPacked10,  10},
+    {0x010C0027, "BayerRG10Packed",  S::BayerRG, E::PairPacked10,  10},
+    {0x010C0028, "BayerGB10Packed",  S::BayerGB, E::PairPacked10,  10},
+    {0x010C0029, "BayerBG10Packed",  S::BayerBG, E::PairPacked10,  10},
+};
+
+}  // namespace
+
+const FrameFormat* findFrameFormat(uint32_t code, bool published) {
+    if (published)
+        for (const FrameFormat& format : kPublished10)
+            if (format.code == code) return &format;
+    return findFrameFormat(code);
 }
 
 }  // namespace camera

@@ -24,6 +24,8 @@ enum class Encoding {
     Group10,       ///< 10-bit stream, five-byte groups of four pixels, MSB first
     PairLsb12,     ///< 12-bit stream, three-byte pairs, least significant bits first
     PairPacked12,  ///< 12-bit stream, three-byte pairs, high bytes apart, low nibbles shared
+    LsbFirst10,    ///< 10-bit stream, five-byte groups of four pixels, least significant bits first
+    PairPacked10,  ///< 10-bit stream in 12-bit pairs: high bytes apart, low bit pairs in byte 1
     Rgb,           ///< R G B bytes
     Bgr,           ///< B G R bytes
     Rgba,          ///< R G B A bytes, A = 255
@@ -44,6 +46,10 @@ struct FrameFormat {
 
 /// The row of `code`, or null when the camera does not produce it.
 const FrameFormat* findFrameFormat(uint32_t code);
+
+/// The row of `code` as the camera encodes it with the standards' published layouts when
+/// `published` is true (differs for the 10-bit packed codes only), else findFrameFormat(code).
+const FrameFormat* findFrameFormat(uint32_t code, bool published);
 
 /// True for the encodings whose pixels form one continuous bit stream.
 bool isPackedStream(Encoding encoding);

@@ -149,7 +149,7 @@ bool VirtualCamera::supportsFormat(uint32_t pixelType) {
 
 std::unique_ptr<VirtualCamera> VirtualCamera::open(const VirtualCameraConfig& config,
                                                    std::string* error) {
-    const FrameFormat* format = camera::findFrameFormat(config.pixelType);
+    const FrameFormat* format = camera::findFrameFormat(config.pixelType, config.publishedLayout);
     std::string problem = configProblem(config, format);
     if (!problem.empty()) {
         if (error != nullptr) *error = std::move(problem);
