@@ -5,9 +5,10 @@ include(CMakePackageConfigHelpers)
 
 set(ZT_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZTImage)
 
-# The platform libraries that are part of this build; demosaic and polarization may be absent.
+# The platform libraries that are part of this build; demosaic, polarization and the GenICam
+# library (built when Aravis is found) may be absent.
 set(zt_install_targets ztcamera image)
-foreach(platform demosaic polarization)
+foreach(platform demosaic polarization ztgenicam)
     if(TARGET ${platform})
         list(APPEND zt_install_targets ${platform})
     endif()
@@ -26,7 +27,7 @@ install(TARGETS ${zt_install_targets}
 # Public headers of the image library and of each platform library, side by side.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ztimage
     FILES_MATCHING PATTERN "*.h")
-foreach(platform camera demosaic polarization)
+foreach(platform camera demosaic polarization genicam)
     if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/platform/${platform}/include)
         install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/${platform}/include/
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ztimage FILES_MATCHING PATTERN "*.h")
@@ -73,7 +74,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ztimage.pc DESTINATION ${CMAKE_INSTALL
 
 # Debian package: `cpack -G DEB` in the build tree. dpkg-shlibdeps derives the dependencies
 # from the installed binaries, which gives the Debian OpenCV runtime packages (libopencv-core406
-# ...) and the C and C++ runtimes, with the versions this build needs.
+# ...), Aravis's runtime (libaravis-0.8-0) for the GenICam library, and the C and C++ runtimes,
+# with the versions this build needs.
 set(CPACK_PACKAGE_NAME ztimage)
 set(CPACK_PACKAGE_VENDOR "ZTImage developers")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}: libraries, headers and the ztimage tool")
@@ -93,6 +95,7 @@ if(TARGET ztimage_python)
 endif()
 # The package's own libraries satisfy the tool's and each other's needs.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/image ${CMAKE_BINARY_DIR}/platform/camera
-    ${CMAKE_BINARY_DIR}/platform/demosaic ${CMAKE_BINARY_DIR}/platform/polarization)
+    ${CMAKE_BINARY_DIR}/platform/demosaic ${CMAKE_BINARY_DIR}/platform/polarization
+    ${CMAKE_BINARY_DIR}/platform/genicam)
 set(CPACK_GENERATOR DEB)
 include(CPack)

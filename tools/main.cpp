@@ -31,6 +31,10 @@ const char* const kToolHelp =
     "  stretch   map a sample range onto the full range (Mono8, Mono12)\n"
     "  equalize  equalize the histogram of a grey image\n"
     "  formats   the pixel formats the library knows and the conversions between them\n"
+#ifdef ZT_HAVE_GENICAM
+    "  cameras   list GenICam cameras (GigE Vision, USB3 Vision, simulated)\n"
+    "  grab      grab frames from a GenICam camera, convert and save them\n"
+#endif
     "\n"
     "Pixel formats are PFNC names (Mono8, BayerRG12p, RGB8 ...), in any case.\n"
     "Exit status: 0 success, 1 a file or an operation failed, 2 a wrong command line.\n";
@@ -45,6 +49,9 @@ const Command kCommands[] = {
     {"demo", &runDemo, kDemoHelp},           {"convert", &runConvert, kConvertHelp},
     {"polar", &runPolar, kPolarHelp},        {"stretch", &runStretch, kStretchHelp},
     {"equalize", &runEqualize, kEqualizeHelp}, {"formats", &runFormats, kFormatsHelp},
+#ifdef ZT_HAVE_GENICAM
+    {"cameras", &runCameras, kCamerasHelp},  {"grab", &runGrab, kGrabHelp},
+#endif
 };
 
 bool asksForHelp(const Args& args) {

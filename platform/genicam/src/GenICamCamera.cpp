@@ -135,12 +135,29 @@ struct GenICamCamera::State {
     std::shared_ptr<SharedStream> shared = std::make_shared<SharedStream>();
     ArvStream* stream = nullptr;  // owned while started; also published in shared->stream
     uint64_t delivered = 0, incomplete = 0, underrunsOfEarlierStreams = 0;
+    // GigE Vision streams count an underrun per packet that finds no buffer; frames are
+    // counted instead from the gaps in the block ids of the frames that did get one.
+    bool countIdGaps = false;
+    bool haveFrameId = false;
+    uint64_t lastFrameId = 0, idGaps = 0;
 
     uint64_t streamUnderruns() const {
         if (!stream) return 0;
+        if (countIdGaps) return idGaps;
         guint64 completed = 0, failures = 0, underruns = 0;
         arv_stream_get_statistics(stream, &completed, &failures, &underruns);
         return underruns;
+    }
+
+    // Block ids of GigE Vision 1.x are 16 bits, 1 to 65535, and wrap past 0.
+    void noteFrameId(uint64_t id) {
+        if (haveFrameId && id > lastFrameId) {
+            idGaps += id - lastFrameId - 1;
+        } else if (haveFrameId && lastFrameId > 0xF000 && id < 0x1000) {
+            idGaps += (0xFFFF - lastFrameId) + (id - 1);
+        }
+        haveFrameId = true;
+        lastFrameId = id;
     }
 };
 
@@ -385,6 +402,9 @@ bool GenICamCamera::start(std::string* error) {
         return false;
     }
     s.stream = stream;
+    s.countIdGaps = ARV_IS_GV_STREAM(stream);
+    s.haveFrameId = false;
+    s.idGaps = 0;
     std::lock_guard<std::mutex> lock(s.shared->mutex);
     s.shared->stream = stream;
     return true;
@@ -414,6 +434,7 @@ ZTGrabResultPtr GenICamCamera::grab(std::chrono::milliseconds timeout) {
         ArvBuffer* buffer = arv_stream_timeout_pop_buffer(
             s.stream, left.count() > 0 ? static_cast<guint64>(left.count()) : 0);
         if (!buffer) return {};
+        if (s.countIdGaps) s.noteFrameId(arv_buffer_get_frame_id(buffer));
         if (arv_buffer_get_status(buffer) != ARV_BUFFER_STATUS_SUCCESS ||
             arv_buffer_get_payload_type(buffer) != ARV_BUFFER_PAYLOAD_TYPE_IMAGE) {
             ++s.incomplete;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <thread>
 
 #include "FakeCameraSupport.h"
 #include "GenICamCameraAccess.h"
@@ -95,6 +96,23 @@ TEST_F(LoopbackCamera, FramesArriveWholeOverLoopback) {
         EXPECT_TRUE(sameBytes(frame, expected)) << "frame " << i;
     }
     EXPECT_EQ(camera->stats().delivered, 5u);
+}
+
+TEST_F(LoopbackCamera, FramesDroppedWhileEveryBufferIsHeldCountOncePerFrame) {
+    auto camera = openOwnCamera(0x01080001, 640, 480);  // Mono8: about 200 packets a frame
+    ASSERT_TRUE(camera);
+    std::vector<ZTGrabResultPtr> held;
+    for (int i = 0; i < 8; ++i) {  // every buffer of the stream
+        held.push_back(camera->grab(3s));
+        ASSERT_TRUE(held.back()) << "frame " << i;
+    }
+    std::this_thread::sleep_for(300ms);  // about 30 frames at 100 frames per second
+    held.clear();
+    ASSERT_TRUE(camera->grab(3s));
+    const uint64_t underruns = camera->stats().underruns;
+    // Whatever the machine's load, far fewer than the packets those frames took.
+    EXPECT_GE(underruns, 3u);
+    EXPECT_LE(underruns, 60u);
 }
 
 TEST_F(LoopbackCamera, LostPacketsMakeIncompleteFramesThatAreNeverHandedOut) {
