@@ -18,16 +18,18 @@ def per_call(function, count):
     return (time.perf_counter() - start) / count
 
 
-def overhead(src_format, dst_format, width, height, count, rounds=7):
+def overhead(src_format, dst_format, width, height, count, rounds=15):
     """Seconds per call from Python and from the C++ loop, best of interleaved rounds."""
     src = zt.VirtualCamera(src_format, width, height, buffer_count=1).grab()
     converter = zt.Converter(dst_format)
     dst = converter.convert(src)
     python, cpp = [], []
-    for _ in range(rounds):
-        # Alternating keeps a busy neighbour from favouring one side.
-        cpp.append(zt._convert_loop(dst_format, src, dst, count) / count)
-        python.append(per_call(lambda: converter.convert(src, dst), count))
+    for i in range(rounds):
+        # Interleaved, each side first in turn, so that a busy neighbour favours neither.
+        sides = [lambda: cpp.append(zt._convert_loop(dst_format, src, dst, count) / count),
+                 lambda: python.append(per_call(lambda: converter.convert(src, dst), count))]
+        for side in sides[::1 if i % 2 else -1]:
+            side()
     return min(python), min(cpp)
 
 
