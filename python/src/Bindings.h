@@ -6,6 +6,8 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <utility>
 #include <memory>
 #include <string>
 
@@ -47,6 +49,12 @@ void requireValid(const Image& image, const char* function);
 
 /// Adds an IntEnum `name` of (name, value) pairs to the module and returns it.
 py::object addEnum(py::module_& module, const char* name, const py::list& members, const char* doc);
+py::object addEnum(py::module_& module, const char* name,
+                   std::initializer_list<std::pair<const char*, int>> members, const char* doc);
+
+/// An iterator that calls `grab` (a callable returning an Image) `count` times, or without end
+/// when `count` is None; `function` names the caller in messages.
+py::object frameIterator(py::object grab, py::object count, const char* function);
 
 /// The PixelFormat member of a code, or the plain int for codes without a name.
 py::object formatObject(ZTI::PfncFormat_ format);

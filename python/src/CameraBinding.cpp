@@ -59,27 +59,31 @@ Image grab(VirtualCamera& self) {
     return result;
 }
 
-/// Iterates over the frames of a camera, `remaining` of them or without end when negative.
+/// Calls `grab` (a camera's bound method, which keeps the camera open while the loop runs)
+/// `remaining` times, or without end when negative.
 struct FrameIterator {
-    py::object camera;  // keeps the camera open while the loop runs
+    py::object grab;
     int64_t remaining;
 };
 
 }  // namespace
 
+py::object frameIterator(py::object grab, py::object count, const char* function) {
+    const int64_t n = count.is_none() ? -1 : count.cast<int64_t>();
+    if (!count.is_none() && n < 0) fail(std::string(function) + ": count must not be negative");
+    return py::cast(FrameIterator{std::move(grab), n});
+}
+
 void bindCameras(py::module_& m) {
-    py::list scenes;
-    scenes.append(py::make_tuple("COLOUR", 0));
-    scenes.append(py::make_tuple("POLARIZATION", 1));
-    addEnum(m, "VirtualScene", scenes,
+    addEnum(m, "VirtualScene", {{"COLOUR", 0}, {"POLARIZATION", 1}},
             "What a virtual camera looks at: COLOUR (patches, ramps, a star, gratings, edges) or POLARIZATION "
             "(regions of known angle and degree seen through a polarized sensor; monochrome formats only).");
 
-    py::class_<FrameIterator>(m, "FrameIterator", "Frames of a camera; see VirtualCamera.frames.")
+    py::class_<FrameIterator>(m, "FrameIterator", "Frames of a camera; see VirtualCamera.frames and GenICamCamera.frames.")
         .def("__iter__", [](py::object self) { return self; })
         .def("__next__", [](FrameIterator& it) {
             if (it.remaining == 0) throw py::stop_iteration();
-            Image frame = grab(it.camera.cast<VirtualCamera&>());
+            py::object frame = it.grab();
             if (it.remaining > 0) --it.remaining;
             return frame;
         });
@@ -101,9 +105,7 @@ frames. Raises ValueError naming the value that cannot be served.)doc")
                     "True when the camera can produce frames of this format.")
         .def("grab", &grab, "The next frame as an Image. Raises RuntimeError when every frame buffer is still held.")
         .def("frames", [](py::object self, py::object count) {
-                 const int64_t n = count.is_none() ? -1 : count.cast<int64_t>();
-                 if (!count.is_none() && n < 0) fail("VirtualCamera.frames: count must not be negative");
-                 return FrameIterator{self, n};
+                 return frameIterator(self.attr("grab"), count, "VirtualCamera.frames");
              },
              py::arg("count") = py::none(),
              "An iterator over the next ``count`` frames (without end when None): ``for frame in camera.frames(100):``.")

@@ -86,12 +86,6 @@ Image grab(GenICamCamera& self, double timeout) {
     return result;
 }
 
-struct GenICamFrames {
-    py::object camera;
-    int64_t remaining;
-    double timeout;
-};
-
 py::dict deviceDict(const ZTI::GenICamDeviceInfo& d) {
     py::dict info;
     info["id"] = d.id;
@@ -106,22 +100,13 @@ py::dict deviceDict(const ZTI::GenICamDeviceInfo& d) {
 }  // namespace
 
 void bindGenICam(py::module_& m) {
-    py::list interfaces;
-    for (auto [name, value] : {std::pair{"ALL", GenICamInterfaces::All}, {"GIGE_VISION", GenICamInterfaces::GigEVision},
-                               {"USB3_VISION", GenICamInterfaces::USB3Vision}, {"FAKE", GenICamInterfaces::Fake}})
-        interfaces.append(py::make_tuple(name, static_cast<int>(value)));
-    addEnum(m, "GenICamInterfaces", interfaces,
+    addEnum(m, "GenICamInterfaces",
+            {{"ALL", static_cast<int>(GenICamInterfaces::All)},
+             {"GIGE_VISION", static_cast<int>(GenICamInterfaces::GigEVision)},
+             {"USB3_VISION", static_cast<int>(GenICamInterfaces::USB3Vision)},
+             {"FAKE", static_cast<int>(GenICamInterfaces::Fake)}},
             "Where GenICam cameras are looked for. ALL and GIGE_VISION broadcast a discovery on every network "
             "the machine is on; FAKE is Aravis's in-process simulated camera and sends nothing.");
-
-    py::class_<GenICamFrames>(m, "GenICamFrameIterator", "Frames of a GenICam camera; see GenICamCamera.frames.")
-        .def("__iter__", [](py::object self) { return self; })
-        .def("__next__", [](GenICamFrames& it) {
-            if (it.remaining == 0) throw py::stop_iteration();
-            Image frame = grab(it.camera.cast<GenICamCamera&>(), it.timeout);
-            if (it.remaining > 0) --it.remaining;
-            return frame;
-        });
 
     py::class_<GenICamCamera>(m, "GenICamCamera", R"doc(A GenICam camera (GigE Vision, USB3 Vision or Aravis's simulated one).
 
@@ -164,10 +149,11 @@ packet size in bytes. Raises ValueError naming the camera, feature and value tha
              "The next complete frame as an Image, waiting up to ``timeout`` seconds. Raises TimeoutError when none "
              "comes (camera stopped, or every buffer held).")
         .def("frames", [](py::object self, py::object count, double timeout) {
-                 const int64_t n = count.is_none() ? -1 : count.cast<int64_t>();
-                 if (!count.is_none() && n < 0) fail("GenICamCamera.frames: count must not be negative");
+                 py::object frames = frameIterator(
+                     py::module_::import("functools").attr("partial")(self.attr("grab"), timeout), count,
+                     "GenICamCamera.frames");
                  start(self.cast<GenICamCamera&>());
-                 return GenICamFrames{self, n, timeout};
+                 return frames;
              },
              py::arg("count") = py::none(), py::arg("timeout") = 1.0,
              "Starts acquisition and iterates over the next ``count`` frames (without end when None), each "

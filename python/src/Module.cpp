@@ -43,19 +43,14 @@ void bindEnums(py::module_& m) {
         "are accepted wherever a format is expected.");
     pixelFormatClass = pixelFormat.release().ptr();
 
-    py::list fileFormats;
-    for (auto [name, value] : {std::pair{"BMP", ZTI::Bmp}, {"JPEG", ZTI::Jpeg}, {"PNG", ZTI::Png},
-                               {"TIFF", ZTI::Tiff}, {"PNM", ZTI::Pnm}})
-        fileFormats.append(py::make_tuple(name, static_cast<int>(value)));
-    addEnum(m, "ImageFileFormat", fileFormats,
+    addEnum(m, "ImageFileFormat",
+            {{"BMP", ZTI::Bmp}, {"JPEG", ZTI::Jpeg}, {"PNG", ZTI::Png}, {"TIFF", ZTI::Tiff}, {"PNM", ZTI::Pnm}},
             "File formats by the depth they hold: BMP and JPEG take 8-bit samples, PNG, TIFF and PNM "
             "also 16-bit ones. The codec itself always follows the path's extension.");
 
-    py::list quadrants;
-    for (auto [name, value] : {std::pair{"I0", ZTI::PolarQuadrantI0}, {"I45", ZTI::PolarQuadrantI45},
-                               {"I90", ZTI::PolarQuadrantI90}, {"I135", ZTI::PolarQuadrantI135}})
-        quadrants.append(py::make_tuple(name, static_cast<int>(value)));
-    addEnum(m, "PolarizationQuadrant", quadrants,
+    addEnum(m, "PolarizationQuadrant",
+            {{"I0", ZTI::PolarQuadrantI0}, {"I45", ZTI::PolarQuadrantI45}, {"I90", ZTI::PolarQuadrantI90},
+             {"I135", ZTI::PolarQuadrantI135}},
             "Polarizer angle of one plane of a polarized-sensor frame: I90 top left, I45 top right, "
             "I135 bottom left and I0 bottom right of every 2 x 2 cell.");
 }
@@ -70,6 +65,13 @@ py::object addEnum(py::module_& module, const char* name, const py::list& member
     cls.attr("__str__") = enumModule.attr("Enum").attr("__str__");
     module.attr(name) = cls;
     return cls;
+}
+
+py::object addEnum(py::module_& module, const char* name,
+                   std::initializer_list<std::pair<const char*, int>> members, const char* doc) {
+    py::list list;
+    for (const auto& [member, value] : members) list.append(py::make_tuple(member, value));
+    return addEnum(module, name, list, doc);
 }
 
 std::string formatName(ZTI::PfncFormat_ format) {
