@@ -1,4 +1,7 @@
 """Results against NumPy and OpenCV computations, and every refusal as an exception."""
+import os
+import subprocess
+
 import cv2
 import numpy as np
 import pytest
@@ -143,3 +146,27 @@ def test_every_refusal_raises(tmp_path):
         with pytest.raises(error, match=message):
             call()
     assert not list(tmp_path.iterdir()), "a refused save left a file behind"
+
+
+@pytest.mark.skipif("ZT_TOOL" not in os.environ, reason="the ztimage tool is not part of this build")
+def test_polarization_equals_the_tool(tmp_path):
+    # The command-line tool calls the same C++ functions from its own code: equal files mean
+    # the module hands them the same frame and the same arguments, in the same order.
+    camera = zt.VirtualCamera(F.Mono12, 64, 48, scene=zt.VirtualScene.POLARIZATION, moving=False)
+    frame = camera.grab()
+    raw = tmp_path / "frame.raw"
+    np.asarray(frame).tofile(raw)
+    runs = {
+        "s1": (zt.stokes_s1(frame), []),
+        "aolp": (zt.aolp(frame), []),
+        "heatmap": (zt.heatmap(frame, 20, 80, 2, 4), ["--range", "20:80", "--colors", "cyan:yellow"]),
+        "i135": (zt.extract_quadrant(frame, zt.PolarizationQuadrant.I135), []),
+    }
+    for product, (image, options) in runs.items():
+        out = tmp_path / f"{product}.png"
+        subprocess.run([os.environ["ZT_TOOL"], "polar", str(raw), "--from", "Mono12", "--width", "64",
+                        "--height", "48", "--product", product, "-o", str(out), *options], check=True)
+        expected = cv2.imread(str(out), cv2.IMREAD_UNCHANGED)
+        if expected.ndim == 3:
+            expected = cv2.cvtColor(expected, cv2.COLOR_BGR2RGB)
+        np.testing.assert_array_equal(np.asarray(image), expected, err_msg=product)
