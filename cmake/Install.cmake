@@ -86,6 +86,13 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "ZTImage developers <ztimage@example.com>")
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The Python module (in /usr/lib/python3/dist-packages) needs the interpreter it was built for
+# and NumPy; the C++ libraries do not, so they are recommended rather than required.
+if(TARGET ztimage_python)
+    set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+        "python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}), python3-numpy")
+    string(APPEND CPACK_PACKAGE_DESCRIPTION_SUMMARY " and the Python module")
+endif()
 # The package's own libraries satisfy the tool's and each other's needs.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/image ${CMAKE_BINARY_DIR}/platform/camera
     ${CMAKE_BINARY_DIR}/platform/demosaic ${CMAKE_BINARY_DIR}/platform/polarization
