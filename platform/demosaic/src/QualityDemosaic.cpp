@@ -116,28 +116,31 @@ void colourDifferences(const float* __restrict up2, const float* __restrict up1,
     }
 }
 
-// Sum of `taps` rows (pointers in `rowsIn`) into out, columns lo..hi.
-void sumRows(const float* const* rowsIn, int taps, float* __restrict out, int lo, int hi)
+// out[c] += in[c], columns lo..hi. Kept out of line: inlined into the loops over taps, the
+// compiler loses sight of the restrict qualifiers and leaves the loop scalar.
+__attribute__((noinline)) void addTo(const float* __restrict in, float* __restrict out, int lo,
+                                     int hi)
 {
     for (int c = lo; c < hi; ++c)
-        out[c] = rowsIn[0][c];
-    for (int t = 1; t < taps; ++t) {
-        const float* __restrict in = rowsIn[t];
-        for (int c = lo; c < hi; ++c)
-            out[c] += in[c];
-    }
+        out[c] += in[c];
 }
 
-// out[c] = sum of in[c - radius .. c + radius], columns lo..hi, in a fixed order.
-template <int kRadius>
-void sumColumns(const float* __restrict in, float* __restrict out, int lo, int hi)
+// Sum of `taps` rows (pointers in `rowsIn`) into out, columns lo..hi, added top to bottom.
+void sumRows(const float* const* rowsIn, int taps, float* __restrict out, int lo, int hi)
 {
-    for (int c = lo; c < hi; ++c) {
-        float s = in[c - kRadius];
-        for (int k = -kRadius + 1; k <= kRadius; ++k)
-            s += in[c + k];
-        out[c] = s;
-    }
+    std::memcpy(out + lo, rowsIn[0] + lo, static_cast<size_t>(hi - lo) * sizeof *out);
+    for (int t = 1; t < taps; ++t)
+        addTo(rowsIn[t], out, lo, hi);
+}
+
+// out[c] = sum of in[c - radius .. c + radius], columns lo..hi, added from left to right; one
+// pass per tap keeps the columns independent, so the loop runs on vectors.
+template <int kRadius>
+void sumColumns(const float* in, float* __restrict out, int lo, int hi)
+{
+    std::memcpy(out + lo, in + lo - kRadius, static_cast<size_t>(hi - lo) * sizeof *out);
+    for (int k = -kRadius + 1; k <= kRadius; ++k)
+        addTo(in + k, out, lo, hi);
 }
 
 // Green at every pixel of a row: the sample at green sites; elsewhere the sample plus the
@@ -163,11 +166,12 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
         const float wS = 1.0f / (bvS[c] * bvS[c] + eps);
         const float wW = 1.0f / (bh[c - 2] * bh[c - 2] + eps);
         const float wE = 1.0f / (bh[c + 2] * bh[c + 2] + eps);
-        const float fN = v0[c] + v1[c] + v2[c] + v3[c] + v4[c];
-        const float fS = v4[c] + v5[c] + v6[c] + v7[c] + v8[c];
-        const float fW = dH[c - 4] + dH[c - 3] + dH[c - 2] + dH[c - 1] + dH[c];
-        const float fE = dH[c] + dH[c + 1] + dH[c + 2] + dH[c + 3] + dH[c + 4];
-        const float diff = 0.2f * (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
+        const float k0 = 0.3391f, k1 = 0.2993f, k2 = 0.2057f, k3 = 0.1101f, k4 = 0.0458f;
+        const float fN = k4 * v0[c] + k3 * v1[c] + k2 * v2[c] + k1 * v3[c] + k0 * v4[c];
+        const float fS = k0 * v4[c] + k1 * v5[c] + k2 * v6[c] + k3 * v7[c] + k4 * v8[c];
+        const float fW = k4 * dH[c - 4] + k3 * dH[c - 3] + k2 * dH[c - 2] + k1 * dH[c - 1] + k0 * dH[c];
+        const float fE = k0 * dH[c] + k1 * dH[c + 1] + k2 * dH[c + 2] + k3 * dH[c + 3] + k4 * dH[c + 4];
+        const float diff = (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
         const float g = clampTo(m[c] + diff, maxValue);
         green[c] = isGreen[c] != 0.0f ? m[c] : g;
     }
@@ -231,7 +235,8 @@ void addResidual(const float* __restrict q, const float* __restrict rUp,
         const float cross = (r[c - 1] + r[c + 1]) + (rUp[c] + rDown[c]);
         const float diagonal = (rUp[c - 1] + rUp[c + 1]) + (rDown[c - 1] + rDown[c + 1]);
         const float v = clampTo(q[c] + r[c] + 0.5f * cross + 0.25f * diagonal, maxValue);
-        colour[c] = mask[c] != 0.0f ? m[c] : v;
+        const float own = m[c];
+        colour[c] = mask[c] != 0.0f ? own : v;
     }
 }
 
