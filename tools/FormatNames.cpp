@@ -75,6 +75,12 @@ PfncFormat_ parseFormat(const std::string& name) {
                      (closest.empty() ? " (ztimage formats lists them)" : " (did you mean " + closest + "?)"));
 }
 
+ZTI::DemosaicMethod parseDemosaicMethod(const std::string& name) {
+    if (name == "ha") return ZTI::DemosaicMethod::HamiltonAdams;
+    if (name == "quality") return ZTI::DemosaicMethod::Quality;
+    throw usageError("unknown demosaic '" + name + "' (ha or quality)");
+}
+
 std::string formatLabel(PfncFormat_ code) {
     if (const char* name = ZTI::getPixelFormatName(code)) return name;
     char text[16];
