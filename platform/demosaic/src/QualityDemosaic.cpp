@@ -42,10 +42,11 @@ constexpr int kPad = 20;
 constexpr int kTileRows = 64;
 constexpr int kTileCols = 256;
 
-// Both the gradient weights and the guided-filter gain divide by sums of squares that vanish
-// on flat areas; these terms, set for 8-bit samples and scaled by the square of the sample
-// scale, only keep such divisions finite and are far below any real signal.
-constexpr float kWeightEps8 = 1e-10f;
+// The gradient weights and the guided-filter gain divide by squares that vanish on flat areas.
+// These terms only keep such divisions finite and are far below any real signal: for the
+// weights, on the squared mean gradient in 8-bit units; for the gain, set for 8-bit samples and
+// scaled by the square of the sample scale.
+constexpr float kWeightEps = 1e-10f;
 constexpr float kGainEps8 = 1e-10f;
 
 enum Colour { kRed = 0, kGreen = 1, kBlue = 2 };
@@ -166,14 +167,23 @@ void sumSiteColumns(const float* __restrict in, const float* __restrict even, in
         out[c] = even[c];
 }
 
+// Weights of the five colour differences on one side of a pixel, nearest first: a one-sided
+// Gaussian of sigma 2 pixels, normalised.
+constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0.1101f,
+                kSide4 = 0.0458f;
+
 // Green at every pixel of a row: the sample at green sites; elsewhere the sample plus the
 // colour difference fused from four directions with inverse-square gradient weights.
 //   dV[k]: vertical colour differences of rows r - 4 .. r + 4; dH: horizontal ones of row r;
 //   bvN, bvS: vertical gradient sums two rows up and down; bh: horizontal gradient sums.
+// `unit` turns a gradient sum into a mean gradient on the 8-bit scale (at most about 1000).
+// The weights 1 / x are multiplied by the product of the four x, which leaves their ratios as
+// they are and needs one division instead of four; on that scale the products stay far inside
+// the float range (between 1e-30 and 1e24).
 void fuseGreen(const float* __restrict m, const float* const* dV, const float* __restrict dH,
                const float* __restrict bvN, const float* __restrict bvS,
                const float* __restrict bh, const float* __restrict isGreen,
-               float* __restrict green, int lo, int hi, float eps, float maxValue)
+               float* __restrict green, int lo, int hi, float unit, float maxValue)
 {
     const float* __restrict v0 = dV[0];
     const float* __restrict v1 = dV[1];
@@ -185,15 +195,18 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
     const float* __restrict v7 = dV[7];
     const float* __restrict v8 = dV[8];
     for (int c = lo; c < hi; ++c) {
-        const float wN = 1.0f / (bvN[c] * bvN[c] + eps);
-        const float wS = 1.0f / (bvS[c] * bvS[c] + eps);
-        const float wW = 1.0f / (bh[c - 2] * bh[c - 2] + eps);
-        const float wE = 1.0f / (bh[c + 2] * bh[c + 2] + eps);
-        const float k0 = 0.3391f, k1 = 0.2993f, k2 = 0.2057f, k3 = 0.1101f, k4 = 0.0458f;
-        const float fN = k4 * v0[c] + k3 * v1[c] + k2 * v2[c] + k1 * v3[c] + k0 * v4[c];
-        const float fS = k0 * v4[c] + k1 * v5[c] + k2 * v6[c] + k3 * v7[c] + k4 * v8[c];
-        const float fW = k4 * dH[c - 4] + k3 * dH[c - 3] + k2 * dH[c - 2] + k1 * dH[c - 1] + k0 * dH[c];
-        const float fE = k0 * dH[c] + k1 * dH[c + 1] + k2 * dH[c + 2] + k3 * dH[c + 3] + k4 * dH[c + 4];
+        const float n = bvN[c] * unit, s = bvS[c] * unit;
+        const float w = bh[c - 2] * unit, e = bh[c + 2] * unit;
+        const float xN = n * n + kWeightEps, xS = s * s + kWeightEps;
+        const float xW = w * w + kWeightEps, xE = e * e + kWeightEps;
+        const float xNS = xN * xS, xWE = xW * xE;
+        const float wN = xS * xWE, wS = xN * xWE, wW = xNS * xE, wE = xNS * xW;
+        const float fN = kSide4 * v0[c] + kSide3 * v1[c] + kSide2 * v2[c] + kSide1 * v3[c] + kSide0 * v4[c];
+        const float fS = kSide0 * v4[c] + kSide1 * v5[c] + kSide2 * v6[c] + kSide3 * v7[c] + kSide4 * v8[c];
+        const float fW = kSide4 * dH[c - 4] + kSide3 * dH[c - 3] + kSide2 * dH[c - 2] + kSide1 * dH[c - 1] +
+                         kSide0 * dH[c];
+        const float fE = kSide0 * dH[c] + kSide1 * dH[c + 1] + kSide2 * dH[c + 2] + kSide3 * dH[c + 3] +
+                         kSide4 * dH[c + 4];
         const float diff = (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
         const float g = clampTo(m[c] + diff, maxValue);
         green[c] = isGreen[c] != 0.0f ? m[c] : g;
@@ -282,7 +295,7 @@ public:
           maxValue_(static_cast<float>((1 << bitDepth) - 1))
     {
         const float scale = maxValue_ / 255.0f;
-        weightEps_ = kWeightEps8 * scale * scale;
+        gradientUnit_ = 1.0f / (25.0f * scale);
         gainEps_ = kGainEps8 * scale * scale;
         tileRows_ = std::min(kTileRows, rows + (rows & 1));
         tileCols_ = std::min(kTileCols, cols + (cols & 1));
@@ -460,7 +473,7 @@ private:
                 dV[k] = p(kDiffV, r - 4 + k);
             fuseGreen(p(kMosaic, r), dV, p(kDiffH, r), p(kSumV, r - 2), p(kSumV, r + 2),
                       p(kSumH, r), isGreen_[r & 1].data(), p(kGreenPlane, r), 7, w_ - 7,
-                      weightEps_, maxValue_);
+                      gradientUnit_, maxValue_);
         }
     }
 
@@ -504,7 +517,7 @@ private:
     int rows_;
     int cols_;
     float maxValue_;
-    float weightEps_ = 0;
+    float gradientUnit_ = 0;  // gradient sum (25 values) -> mean gradient on the 8-bit scale
     float gainEps_ = 0;
     int tileRows_ = 0;
     int tileCols_ = 0;
