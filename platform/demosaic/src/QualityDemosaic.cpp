@@ -31,6 +31,8 @@
 #include <cstring>
 #include <vector>
 
+#include "BayerMirror.h"
+
 namespace {
 
 // Context around a tile: the support of the whole pipeline (green 7, Laplacians 2, two 11 x 11
@@ -66,19 +68,7 @@ bool resolvePattern(const char* pattern, int colour[2][2])
     return false;
 }
 
-// Reflects an index into [0, n) about the first and the last element without repeating them,
-// as often as needed for frames narrower than the context; parity, hence the colour-filter
-// phase, is kept. A single sample has no neighbour of the other phase and is replicated.
-int mirror(int i, int n)
-{
-    if (n == 1)
-        return 0;
-    const int period = 2 * (n - 1);
-    i %= period;
-    if (i < 0)
-        i += period;
-    return i < n ? i : period - i;
-}
+using bayer::mirror;
 
 float clampTo(float v, float maxValue)
 {

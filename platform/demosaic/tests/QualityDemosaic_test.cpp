@@ -5,79 +5,25 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <random>
-#include <thread>
-#include <vector>
+#include <utility>
+
+#include "Mosaic.h"
+
+using namespace mosaictest;
 
 namespace {
 
-using Samples = std::vector<unsigned short>;
-using Rgb = std::array<int, 3>;
-using Demosaic = void (*)(unsigned short*, unsigned short*, int, int, int, const char*);
-
-const char* const kPatterns[] = {"RGGB", "BGGR", "GRBG", "GBRG"};
-
-// Channel (0 = R, 1 = G, 2 = B) of the filter at (y, x).
-int channelAt(const char* pattern, int y, int x)
+Samples demosaic(Samples raw, int rows, int cols, int bits, const char* pattern, Demosaic method = QualityDemosaic)
 {
-    const char c = pattern[(y & 1) * 2 + (x & 1)];
-    return c == 'R' ? 0 : c == 'G' ? 1 : 2;
-}
-
-template <class Scene>
-Samples mosaic(int rows, int cols, const char* pattern, Scene scene)
-{
-    Samples raw(static_cast<size_t>(rows) * cols);
-    for (int y = 0; y < rows; ++y)
-        for (int x = 0; x < cols; ++x)
-            raw[static_cast<size_t>(y) * cols + x] =
-                static_cast<unsigned short>(scene(y, x)[channelAt(pattern, y, x)]);
-    return raw;
-}
-
-Samples demosaic(Samples raw, int rows, int cols, int bits, const char* pattern,
-                 Demosaic method = QualityDemosaic)
-{
-    Samples out(raw.size() * 3, 0xBEEF);
-    method(raw.data(), out.data(), rows, cols, bits, pattern);
-    return out;
+    return mosaictest::demosaic(method, std::move(raw), rows, cols, bits, pattern);
 }
 
 Rgb grey(int v)
 {
     return Rgb{v, v, v};
-}
-
-Samples randomFrame(int rows, int cols, int bits, unsigned seed)
-{
-    std::mt19937 rng(seed);
-    Samples raw(static_cast<size_t>(rows) * cols);
-    for (auto& v : raw)
-        v = static_cast<unsigned short>(rng() % (1u << bits));
-    return raw;
-}
-
-// A uniform colour has no gradients, no Laplacians and constant colour differences, so every
-// pixel, borders included, must come back exactly at every depth; wrong phase handling shows
-// as swapped or mixed channels, a depth-dependent constant as an offset.
-TEST(QualityDemosaic, FlatColourComesBackEverywhere)
-{
-    for (int bits : {1, 8, 12, 16}) {
-        const int full = (1 << bits) - 1;
-        const Rgb colour{full, full * 45 / 100, full * 15 / 100};
-        for (const char* pattern : kPatterns)
-            for (auto [rows, cols] : {std::pair{2, 2}, {3, 4}, {4, 3}, {8, 8}, {7, 10}, {70, 300}}) {
-                const Samples out = demosaic(
-                    mosaic(rows, cols, pattern, [&](int, int) { return colour; }), rows, cols, bits, pattern);
-                for (size_t i = 0; i < out.size(); ++i)
-                    ASSERT_EQ(out[i], colour[i % 3]) << pattern << ' ' << rows << 'x' << cols << ' ' << bits
-                                                     << " bits, pixel " << i / 3;
-            }
-    }
 }
 
 // Grey edges. Along rows and columns the colour differences stay zero and the edge comes back
@@ -185,60 +131,6 @@ TEST(QualityDemosaic, SameResultAtEveryDepth)
         ASSERT_NEAR(out16[i] / 257.0, out8[i], 1.0) << "sample " << i;
 }
 
-// Saturated stripes make the Laplacian terms overshoot; everything must stay within 10 bits,
-// and input samples above the bit depth count as full scale.
-TEST(QualityDemosaic, OutputIsClippedToBitDepth)
-{
-    auto stripes = [](int, int x) { return x % 4 < 2 ? Rgb{1023, 0, 1023} : Rgb{0, 1023, 0}; };
-    Samples raw = mosaic(32, 32, "RGGB", stripes);
-    raw[5 * 32 + 5] = 60000;
-    const Samples out = demosaic(raw, 32, 32, 10, "RGGB");
-    EXPECT_EQ(*std::max_element(out.begin(), out.end()), 1023);
-    EXPECT_EQ(out[(5 * 32 + 5) * 3 + 2], 1023);  // the blue sample itself
-}
-
-// Frames of one to four rows and columns: exact-size buffers (AddressSanitizer catches any
-// access outside them), every output sample written and within range, input untouched. The
-// mirrored context reaches 20 pixels, far beyond such frames.
-TEST(QualityDemosaic, TinyFramesStayInBoundsAndKeepInput)
-{
-    unsigned seed = 1;
-    for (const char* pattern : kPatterns)
-        for (int rows = 1; rows <= 4; ++rows)
-            for (int cols = 1; cols <= 4; ++cols) {
-                Samples raw = randomFrame(rows, cols, 10, seed++);
-                const Samples before = raw;
-                Samples out(raw.size() * 3, 0xFFFF);
-                QualityDemosaic(raw.data(), out.data(), rows, cols, 10, pattern);
-                EXPECT_EQ(raw, before);
-                EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](int v) { return v <= 1023; }))
-                    << pattern << ' ' << rows << 'x' << cols;
-            }
-}
-
-TEST(QualityDemosaic, InvalidPatternOrDepthZeroFillsAndEmptyFrameTouchesNothing)
-{
-    const Samples raw(4 * 6, 100);
-    const Samples zeros(raw.size() * 3, 0);
-    for (const char* pattern : {"", "rggb", "RGB", "RGGBX", "GGRB", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(demosaic(raw, 4, 6, 12, pattern), zeros) << (pattern ? pattern : "null");
-    for (int bits : {0, -3, 17})
-        EXPECT_EQ(demosaic(raw, 4, 6, bits, "RGGB"), zeros) << bits << " bits";
-    for (auto [rows, cols] : {std::pair{0, 4}, {4, 0}, {-1, 4}, {0, 0}}) {
-        Samples guard(48, 0x5A5A);
-        QualityDemosaic(const_cast<unsigned short*>(raw.data()), guard.data(), rows, cols, 12, "RGGB");
-        EXPECT_EQ(guard, Samples(48, 0x5A5A)) << rows << 'x' << cols;
-        QualityDemosaic(nullptr, nullptr, rows, cols, 12, "RGGB");
-    }
-}
-
-TEST(QualityDemosaicDeathTest, NullBufferAborts)
-{
-    Samples buffer(4 * 3);
-    EXPECT_DEATH(QualityDemosaic(nullptr, buffer.data(), 2, 2, 8, "RGGB"), "null input buffer");
-    EXPECT_DEATH(QualityDemosaic(buffer.data(), nullptr, 2, 2, 8, ""), "null output buffer");
-}
-
 // The arithmetic is IEEE single precision without contraction, so every platform must produce
 // these exact samples; the suite runs on x86-64 and, emulated, on aarch64. The checksum (FNV-1a
 // over the output) was recorded from this test on x86-64. A changed algorithm changes it too:
@@ -254,24 +146,6 @@ TEST(QualityDemosaic, OutputIsTheSameOnEveryPlatform)
                 hash = (hash ^ v) * 1099511628211ull;
         }
     EXPECT_EQ(hash, 0x0f04369f173b598dull);
-}
-
-TEST(QualityDemosaic, ConcurrentCallsAgree)
-{
-    const int rows = 80, cols = 300;
-    const Samples raw = randomFrame(rows, cols, 16, 11);
-    const Samples expected = demosaic(raw, rows, cols, 16, "GBRG");
-    std::vector<Samples> results(4);
-    std::vector<std::thread> threads;
-    for (auto& result : results)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 5; ++i)
-                result = demosaic(raw, rows, cols, 16, "GBRG");
-        });
-    for (auto& t : threads)
-        t.join();
-    for (const auto& result : results)
-        EXPECT_EQ(result, expected);
 }
 
 }  // namespace
