@@ -26,8 +26,9 @@
 ///   `bitDepth` outside 1..16, `out` is filled with zeros.
 ///
 /// Null `in` or `out` with a non-empty frame is a programming error and aborts the process.
-/// Each call allocates its own working memory, about 1.6 kB x (`cols` + 40), and keeps no
-/// global state: calls may run concurrently from several threads. The arithmetic is IEEE
+/// Each call allocates its own working memory, at most about 1.5 MB (the frame is processed in
+/// tiles; std::bad_alloc if that fails), and keeps no global state: calls may run concurrently
+/// from several threads. The arithmetic is IEEE
 /// single precision without contraction, so the output is the same on every platform.
 DEMOSAIC_API void QualityDemosaic(unsigned short* in, unsigned short* out, int rows, int cols,
                                   int bitDepth, const char* pattern);
