@@ -3,9 +3,10 @@
 // Green: gradient-based threshold-free interpolation. At every pixel a horizontal and a
 // vertical estimate of the missing colour (Hamilton-Adams style: neighbour mean plus half the
 // second difference) give two colour-difference planes, green minus red or blue. At red and
-// blue sites the colour difference is the mean of five of them towards north, south, west and
-// east, weighted by the inverse square of the colour-difference gradients summed over a 5 x 5
-// window on that side; green is the sample plus that difference.
+// blue sites the colour difference is fused from the five nearest ones towards north, south,
+// west and east (a one-sided Gaussian mean each), weighted by the inverse square of the
+// colour-difference gradients summed over a 5 x 5 window on that side; green is the sample plus
+// that difference.
 //
 // Red and blue: minimized-Laplacian residual interpolation. A guided filter led by the full
 // green plane predicts the sparse colour: in each 11 x 11 window the gain fits the Laplacian of
