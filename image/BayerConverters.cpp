@@ -13,9 +13,9 @@
 #include "BayerWidening.h"
 #include "HamiltonAdams.h"
 #include "ImageConverter.h"
-#include "QualityDemosaic.h"
 #include "MatrixBridge.h"
 #include "PooledMatrix.h"
+#include "QualityDemosaic.h"
 
 namespace ZTI {
 namespace {

@@ -39,7 +39,7 @@ public:
 
 /// The demosaic that Bayer conversions use: the library's documented Hamilton-Adams (the
 /// default), or the residual-interpolation demosaic `QualityDemosaic`, which rebuilds detail
-/// and colour edges more faithfully at a few times the cost.
+/// and colour edges more faithfully at many times the cost.
 enum class DemosaicMethod { HamiltonAdams, Quality };
 
 /// One OpenCV colour conversion, with the code the library assigns to the (destination,
@@ -124,12 +124,13 @@ public:
     virtual void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) = 0;
 };
 
-/// Bayer mosaics (four patterns, 8 to 16 bits) to RGB: Hamilton-Adams demosaicing on 16-bit
-/// samples (or another `DemosaicMethod`), then one linear scale to the destination depth. By default a same-depth conversion
-/// is exact and a depth change stretches to the frame's own range when that range exceeds a
-/// quarter of the input scale (gain at most 4). The environment variable ZT_HIST_RANGE_POLICY,
-/// read on every call, selects "raw" (never stretch) or "normalize" (also stretch same-depth
-/// frames whose range lies in the band (0.25, 0.9) of the scale, or that exceed it).
+/// Bayer mosaics (four patterns, 8 to 16 bits) to RGB: Hamilton-Adams demosaicing (or another
+/// `DemosaicMethod`) on 16-bit samples, then one linear scale to the destination depth. By
+/// default a same-depth conversion is exact and a depth change stretches to the frame's own
+/// range when that range exceeds a quarter of the input scale (gain at most 4). The environment
+/// variable ZT_HIST_RANGE_POLICY, read on every call, selects "raw" (never stretch) or
+/// "normalize" (also stretch same-depth frames whose range lies in the band (0.25, 0.9) of the
+/// scale, or that exceed it).
 class Bayer2Rgb : public DemosaicingConverter {
 public:
     using DemosaicingConverter::convert;
