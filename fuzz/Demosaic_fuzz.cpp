@@ -1,9 +1,11 @@
-// Fuzz target: HamiltonAdams on small random mosaics of every depth and pattern (also invalid
-// ones), and the Bayer converter objects with destinations of any shape. Buffers are exactly
-// as large as the demosaic library's interface says.
+// Fuzz target: the demosaic library's two demosaics (HamiltonAdams and QualityDemosaic, same
+// contract) on small random mosaics of every depth and pattern (also invalid ones), and the
+// Bayer converter objects with destinations of any shape and either method. Buffers are
+// exactly as large as the demosaic library's interface says.
 #include <cstdlib>
 
 #include <HamiltonAdams.h>
+#include <QualityDemosaic.h>
 
 #include "FuzzInput.h"
 
@@ -20,17 +22,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Memory input(2 * pixels), output(6 * pixels);
     in.fill(input.data(), input.size);
     const std::vector<unsigned char> before(input.block);
-    if (pixels != 0 || in.flag())
-        HamiltonAdams(reinterpret_cast<unsigned short*>(input.data()), reinterpret_cast<unsigned short*>(output.data()),
-                      rows, cols, bitDepth, pattern);
-    if (input.block != before) std::abort();  // the input is never written
-    // Every output sample lies within the depth (zeros for a depth or pattern it refuses).
-    if (pixels != 0) {
-        const unsigned limit = bitDepth >= 1 && bitDepth <= 16 ? (1u << bitDepth) - 1 : 0;
-        for (size_t i = 0; i < 3 * pixels; ++i) {
-            uint16_t v;
-            std::memcpy(&v, output.data() + 2 * i, 2);
-            if (v > limit) std::abort();
+    const bool nullBuffers = pixels == 0 && !in.flag();
+    for (auto demosaic : {HamiltonAdams, QualityDemosaic}) {
+        if (!nullBuffers)
+            demosaic(reinterpret_cast<unsigned short*>(input.data()), reinterpret_cast<unsigned short*>(output.data()),
+                     rows, cols, bitDepth, pattern);
+        if (input.block != before) std::abort();  // the input is never written
+        // Every output sample lies within the depth (zeros for a depth or pattern it refuses).
+        if (pixels != 0) {
+            const unsigned limit = bitDepth >= 1 && bitDepth <= 16 ? (1u << bitDepth) - 1 : 0;
+            for (size_t i = 0; i < 3 * pixels; ++i) {
+                uint16_t v;
+                std::memcpy(&v, output.data() + 2 * i, 2);
+                if (v > limit) std::abort();
+            }
         }
     }
 
@@ -47,11 +52,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t dstHeight = in.flag() ? height : in.below(20);
     const int dstPadding = static_cast<int>(in.below(3) * 2);
     ZTImage dst = ZTImage::create(output8, dstWidth, dstHeight, dstPadding);
+    const DemosaicMethod method = in.flag() ? DemosaicMethod::Quality : DemosaicMethod::HamiltonAdams;
     try {
         if (output8 == RGB8 || output8 == RGB16)
-            Bayer2Rgb().convert(dst, src);
+            Bayer2Rgb().convert(dst, src, method);
         else
-            Bayer2Mono().convert(dst, src);
+            Bayer2Mono().convert(dst, src, method);
     } catch (const cv::Exception&) {
     }
     return 0;

@@ -15,6 +15,7 @@
 #include "ImageConverter.h"
 #include "MatrixBridge.h"
 #include "PooledMatrix.h"
+#include "QualityDemosaic.h"
 
 namespace ZTI {
 namespace {
@@ -42,7 +43,7 @@ std::string bayerPattern(PIXEL_TYPE format) {
 // Runs the demosaic library on the source's samples into `colour` (CV_16UC3, the library's
 // channel order): 16-bit packed rows are handed over in place, padded rows are gathered first,
 // and 8-bit samples are widened by 257 to 16 bits. Returns the depth of the samples it saw.
-unsigned demosaic(const ZTImage& src, const std::string& pattern, cv::Mat& colour) {
+unsigned demosaic(const ZTImage& src, const std::string& pattern, cv::Mat& colour, DemosaicMethod method) {
     // The rows are read directly, not through a view: check them as a view would.
     requireViewFits(src);
     const unsigned bits = getBitsPerChannel(src.getPixelType());
@@ -61,8 +62,10 @@ unsigned demosaic(const ZTImage& src, const std::string& pattern, cv::Mat& colou
     const uint16_t* input = inPlace ? reinterpret_cast<const uint16_t*>(buffer) : samples;
     const unsigned depth = bits > 8 ? bits : 16;
     // The demosaic library reads but never writes its input; its signature is not const.
-    HamiltonAdams(const_cast<uint16_t*>(input), reinterpret_cast<uint16_t*>(colour.data), height, width,
-                  static_cast<int>(depth), pattern.c_str());
+    // Both demosaics share one contract, so the scaling below does not depend on the choice.
+    const auto run = method == DemosaicMethod::Quality ? QualityDemosaic : HamiltonAdams;
+    run(const_cast<uint16_t*>(input), reinterpret_cast<uint16_t*>(colour.data), height, width,
+        static_cast<int>(depth), pattern.c_str());
     return depth;
 }
 
@@ -85,14 +88,14 @@ void greyRange(const cv::Mat& colour, int greyCode, double& min, double& max) {
 
 }  // namespace
 
-void Bayer2Mono::convert(ZTImage& dst, const ZTImage& src) {
+void Bayer2Mono::convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) {
     const unsigned d = getBitsPerChannel(dst.getPixelType());
     cv::Mat destination = destinationView(dst);
     std::string pattern = bayerPattern(src.getPixelType());
     if (pattern.empty()) pattern = "RGGB";  // unlike Bayer2Rgb, which passes no pattern
 
     PooledMatrix colour(static_cast<int>(src.getHeight()), static_cast<int>(src.getWidth()), CV_16UC3);
-    const unsigned inputDepth = demosaic(src, pattern, colour.mat());
+    const unsigned inputDepth = demosaic(src, pattern, colour.mat(), method);
     PooledMatrix grey(colour.mat().rows, colour.mat().cols, CV_16UC1);
     cv::cvtColor(colour.mat(), grey.mat(), cv::COLOR_BGR2GRAY, 0);
     double min = 0, max = 0;
@@ -107,7 +110,7 @@ void Bayer2Mono::convert(ZTImage& dst, const ZTImage& src) {
     grey.mat().convertTo(destination, destination.type(), alpha, beta);
 }
 
-void Bayer2Rgb::convert(ZTImage& dst, const ZTImage& src) {
+void Bayer2Rgb::convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) {
     const unsigned s = getBitsPerChannel(src.getPixelType());
     const unsigned d = getBitsPerChannel(dst.getPixelType());
     const RangePolicy policy = readRangePolicy();
@@ -115,7 +118,7 @@ void Bayer2Rgb::convert(ZTImage& dst, const ZTImage& src) {
     const std::string pattern = bayerPattern(src.getPixelType());
 
     PooledMatrix colour(static_cast<int>(src.getHeight()), static_cast<int>(src.getWidth()), CV_16UC3);
-    const unsigned inputDepth = demosaic(src, pattern, colour.mat());
+    const unsigned inputDepth = demosaic(src, pattern, colour.mat(), method);
 
     // The frame's grey minimum and maximum, computed only by the rules that look at them: the
     // fixed-gain rules (the common same-depth and raw cases) skip a full pass over the frame.

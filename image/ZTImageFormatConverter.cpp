@@ -52,8 +52,17 @@ int ZTImageFormatConverter::convert(ZTImage& dst, const ZTImage& src) {
     // that wrapped, a failed allocation) is refused rather than read or written past its end.
     // So is a 4:2:2 image of odd width, whose last pixel has no partner to share chroma with.
     if (!viewFits(src) || !viewFits(dst) || !hasWholePixelPairs(src)) return -1;
-    it->second->convert(dst, src);
+    // Only demosaicing converters take a method; the default keeps the plain call.
+    auto* demosaicing = demosaicMethod_ == DemosaicMethod::HamiltonAdams
+                            ? nullptr
+                            : dynamic_cast<DemosaicingConverter*>(it->second.get());
+    if (demosaicing != nullptr) demosaicing->convert(dst, src, demosaicMethod_);
+    else it->second->convert(dst, src);
     return 0;
 }
+
+void ZTImageFormatConverter::setDemosaicMethod(DemosaicMethod method) { demosaicMethod_ = method; }
+
+DemosaicMethod ZTImageFormatConverter::demosaicMethod() const { return demosaicMethod_; }
 
 }  // namespace ZTI

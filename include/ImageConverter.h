@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "PixelFormat.h"
+#include "ZTExport.h"
 #include "ZTImage.h"
 
 namespace ZTI {
@@ -35,6 +36,11 @@ public:
     /// written.
     virtual void convert(ZTImage& dst, const ZTImage& src) = 0;
 };
+
+/// The demosaic that Bayer conversions use: the library's documented Hamilton-Adams (the
+/// default), or the residual-interpolation demosaic `QualityDemosaic`, which rebuilds detail
+/// and colour edges more faithfully at many times the cost.
+enum class DemosaicMethod { HamiltonAdams, Quality };
 
 /// One OpenCV colour conversion, with the code the library assigns to the (destination,
 /// source) pair. Aborts when the pair has no code (a programming error).
@@ -106,21 +112,36 @@ public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 
-/// Bayer mosaics (four patterns, 8 to 16 bits) to RGB: Hamilton-Adams demosaicing on 16-bit
-/// samples, then one linear scale to the destination depth. By default a same-depth conversion
-/// is exact and a depth change stretches to the frame's own range when that range exceeds a
-/// quarter of the input scale (gain at most 4). The environment variable ZT_HIST_RANGE_POLICY,
-/// read on every call, selects "raw" (never stretch) or "normalize" (also stretch same-depth
-/// frames whose range lies in the band (0.25, 0.9) of the scale, or that exceed it).
-class Bayer2Rgb : public DefaultConverter {
+/// A conversion that demosaics. The method is an argument of each call, not a member, so the
+/// object stays stateless; `convert(dst, src)` uses Hamilton-Adams.
+class ZTI_API DemosaicingConverter : public DefaultConverter {
 public:
-    void convert(ZTImage& dst, const ZTImage& src) override;
+    void convert(ZTImage& dst, const ZTImage& src) override {
+        convert(dst, src, DemosaicMethod::HamiltonAdams);
+    }
+    /// As `convert(dst, src)`, demosaicing with `method`; the scaling to the destination depth
+    /// is the same for every method.
+    virtual void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) = 0;
+};
+
+/// Bayer mosaics (four patterns, 8 to 16 bits) to RGB: Hamilton-Adams demosaicing (or another
+/// `DemosaicMethod`) on 16-bit samples, then one linear scale to the destination depth. By
+/// default a same-depth conversion is exact and a depth change stretches to the frame's own
+/// range when that range exceeds a quarter of the input scale (gain at most 4). The environment
+/// variable ZT_HIST_RANGE_POLICY, read on every call, selects "raw" (never stretch) or
+/// "normalize" (also stretch same-depth frames whose range lies in the band (0.25, 0.9) of the
+/// scale, or that exceed it).
+class Bayer2Rgb : public DemosaicingConverter {
+public:
+    using DemosaicingConverter::convert;
+    void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) override;
 };
 /// Bayer mosaics to mono: demosaiced, turned to grey, and stretched to the frame's range when
 /// that exceeds a quarter of the input scale (gain at most 4), whatever the depths.
-class Bayer2Mono : public DefaultConverter {
+class Bayer2Mono : public DemosaicingConverter {
 public:
-    void convert(ZTImage& dst, const ZTImage& src) override;
+    using DemosaicingConverter::convert;
+    void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) override;
 };
 
 }  // namespace ZTI

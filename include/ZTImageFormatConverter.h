@@ -34,9 +34,16 @@ public:
     /// padding that splits a 16-bit sample) pass through as cv::Exception.
     int convert(ZTImage& dst, const ZTImage& src);
 
+    /// Chooses the demosaic of every later Bayer conversion of this object (to RGB and to
+    /// mono); the scaling to the destination depth stays the same. The default,
+    /// `DemosaicMethod::HamiltonAdams`, gives the documented results.
+    void setDemosaicMethod(DemosaicMethod method);
+    DemosaicMethod demosaicMethod() const;
+
 private:
     std::map<FormatPair, std::shared_ptr<IImageConverter>, FormatPairLess> converterCache_;
     PIXEL_TYPE outputFormat_ = 0;
+    DemosaicMethod demosaicMethod_ = DemosaicMethod::HamiltonAdams;
 };
 
 }  // namespace ZTI

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "BayerWidening.h"
+#include "HamiltonAdams.h"
 #include "ImageConverterFactory.h"
+#include "QualityDemosaic.h"
 #include "ZTImageFormatConverter.h"
 
 using namespace ZTI;
@@ -51,9 +53,10 @@ unsigned sampleAt(const ZTImage& image, unsigned x, unsigned y, unsigned channel
     return row[x * channels + channel];
 }
 
-ZTImage convertTo(PfncFormat_ target, const ZTImage& src) {
+ZTImage convertTo(PfncFormat_ target, const ZTImage& src, DemosaicMethod method = DemosaicMethod::HamiltonAdams) {
     ZTImageFormatConverter converter;
     converter.setOutputFormat(target);
+    converter.setDemosaicMethod(method);
     ZTImage dst;
     EXPECT_EQ(converter.convert(dst, src), 0);
     return dst;
@@ -97,54 +100,91 @@ TEST(BayerConversion, FlatColoursComeBackInEveryPattern) {
     }
 }
 
+// Both demosaics rebuild these grey frames with a straight edge exactly, so every rule must give
+// the same figures whichever of them runs.
 TEST(BayerConversion, ScalingRulesOnFramesOfChosenRange) {
-    const ScalingCase cases[] = {
-        // Same depth, default: 8 bits undo the widening (1/257), deeper depths are unchanged.
-        {"RGB8<-BayerRG8 1/257", nullptr, RGB8, BayerRG8, 10, 200, 10, 200},
-        {"RGB12<-BayerRG12 unchanged", nullptr, RGB12, BayerRG12, 100, 3000, 100, 3000},
-        {"RGB16<-BayerRG16 unchanged", nullptr, RGB16, BayerRG16, 5, 60000, 5, 60000},
-        // Depth change, default: range 2900 > 4095/4 stretches (255/2900, beta -8.793) ...
-        {"RGB8<-BayerRG12 stretched", nullptr, RGB8, BayerRG12, 100, 3000, 0, 255},
-        // ... range 800 does not: 255/4095 x 1000 = 62.3, x 1800 = 112.1.
-        {"RGB8<-BayerRG12 full scale", nullptr, RGB8, BayerRG12, 1000, 1800, 62, 112},
-        // Range 600 > 1023/4: gain 65535/600 capped at 4, beta -400.
-        {"RGB16<-BayerRG10 capped gain", nullptr, RGB16, BayerRG10, 100, 700, 0, 2400},
-        // Range 200: 65535/1023 = 64.0616: 100 -> 6406.2, 300 -> 19218.48 -> 19218.
-        {"RGB16<-BayerRG10 full scale", nullptr, RGB16, BayerRG10, 100, 300, 6406, 19218},
-        // raw never stretches: 255/4095 x 100 = 6.2, x 3000 = 186.8.
-        {"raw RGB8<-BayerRG12", "raw", RGB8, BayerRG12, 100, 3000, 6, 187},
-        {"RAW RGB16<-BayerBG10 fixed gain", "RAW", RGB16, BayerBG10, 100, 300, 6406, 19218},
-        // normalize, 8 bits: the widened data exceed 255, so min..max stretches to 0..255.
-        {"normalize RGB8<-BayerRG8", "normalize", RGB8, BayerRG8, 10, 200, 0, 255},
-        // normalize inside the band (0.25, 0.9) x 4095: gain 4095/2000 = 2.0475.
-        {"Normalize RGB12<-BayerGR12 in band", "Normalize", RGB12, BayerGR12, 1000, 3000, 0, 4095},
-        // ... and from 0.9 x 4095 up, unchanged.
-        {"normalize RGB12<-BayerGR12 wide", "NORMALIZE", RGB12, BayerGR12, 100, 3900, 100, 3900},
-        // Values that only begin with a keyword, or carry blanks, are the default policy.
-        {"' raw' is default", " raw", RGB8, BayerRG12, 1000, 1800, 62, 112},
-        {"'rawx' is default", "rawx", RGB8, BayerRG12, 1000, 1800, 62, 112},
-        {"empty is default", "", RGB12, BayerRG12, 1000, 3000, 1000, 3000},
-        // Mono: the stretch applies to equal depths too, and ignores the policy.
-        {"Mono12<-BayerGR12 stretched", "raw", Mono12, BayerGR12, 1000, 3000, 0, 4095},
-        {"Mono8<-BayerRG8 stretched", nullptr, Mono8, BayerRG8, 10, 200, 0, 255},
-        {"Mono16<-BayerRG10 capped gain", nullptr, Mono16, BayerRG10, 100, 700, 0, 2400},
-        // Widened range 50 x 257 = 12850 < 65535/4: 1/257.
-        {"Mono8<-BayerRG8 full scale", nullptr, Mono8, BayerRG8, 100, 150, 100, 150},
-    };
-    for (const ScalingCase& c : cases) {
-        PolicyScope policy(c.policy);
-        const ZTImage frame = twoLevelFrame(c.src, 12, 6, c.low, c.high);
-        const ZTImage out = convertTo(c.dst, frame);
-        const unsigned channels = getBitsPerChannel(c.dst) > 8 ? getBitsPerPixel(c.dst) / 16 : getBitsPerPixel(c.dst) / 8;
-        for (unsigned ch = 0; ch < channels; ++ch) {
-            EXPECT_EQ(sampleAt(out, 1, 2, ch), c.outLow) << c.what;
-            EXPECT_EQ(sampleAt(out, 10, 3, ch), c.outHigh) << c.what;
+    for (DemosaicMethod method : {DemosaicMethod::HamiltonAdams, DemosaicMethod::Quality}) {
+        const ScalingCase cases[] = {
+            // Same depth, default: 8 bits undo the widening (1/257), deeper depths are unchanged.
+            {"RGB8<-BayerRG8 1/257", nullptr, RGB8, BayerRG8, 10, 200, 10, 200},
+            {"RGB12<-BayerRG12 unchanged", nullptr, RGB12, BayerRG12, 100, 3000, 100, 3000},
+            {"RGB16<-BayerRG16 unchanged", nullptr, RGB16, BayerRG16, 5, 60000, 5, 60000},
+            // Depth change, default: range 2900 > 4095/4 stretches (255/2900, beta -8.793) ...
+            {"RGB8<-BayerRG12 stretched", nullptr, RGB8, BayerRG12, 100, 3000, 0, 255},
+            // ... range 800 does not: 255/4095 x 1000 = 62.3, x 1800 = 112.1.
+            {"RGB8<-BayerRG12 full scale", nullptr, RGB8, BayerRG12, 1000, 1800, 62, 112},
+            // Range 600 > 1023/4: gain 65535/600 capped at 4, beta -400.
+            {"RGB16<-BayerRG10 capped gain", nullptr, RGB16, BayerRG10, 100, 700, 0, 2400},
+            // Range 200: 65535/1023 = 64.0616: 100 -> 6406.2, 300 -> 19218.48 -> 19218.
+            {"RGB16<-BayerRG10 full scale", nullptr, RGB16, BayerRG10, 100, 300, 6406, 19218},
+            // raw never stretches: 255/4095 x 100 = 6.2, x 3000 = 186.8.
+            {"raw RGB8<-BayerRG12", "raw", RGB8, BayerRG12, 100, 3000, 6, 187},
+            {"RAW RGB16<-BayerBG10 fixed gain", "RAW", RGB16, BayerBG10, 100, 300, 6406, 19218},
+            // normalize, 8 bits: the widened data exceed 255, so min..max stretches to 0..255.
+            {"normalize RGB8<-BayerRG8", "normalize", RGB8, BayerRG8, 10, 200, 0, 255},
+            // normalize inside the band (0.25, 0.9) x 4095: gain 4095/2000 = 2.0475.
+            {"Normalize RGB12<-BayerGR12 in band", "Normalize", RGB12, BayerGR12, 1000, 3000, 0, 4095},
+            // ... and from 0.9 x 4095 up, unchanged.
+            {"normalize RGB12<-BayerGR12 wide", "NORMALIZE", RGB12, BayerGR12, 100, 3900, 100, 3900},
+            // Values that only begin with a keyword, or carry blanks, are the default policy.
+            {"' raw' is default", " raw", RGB8, BayerRG12, 1000, 1800, 62, 112},
+            {"'rawx' is default", "rawx", RGB8, BayerRG12, 1000, 1800, 62, 112},
+            {"empty is default", "", RGB12, BayerRG12, 1000, 3000, 1000, 3000},
+            // Mono: the stretch applies to equal depths too, and ignores the policy.
+            {"Mono12<-BayerGR12 stretched", "raw", Mono12, BayerGR12, 1000, 3000, 0, 4095},
+            {"Mono8<-BayerRG8 stretched", nullptr, Mono8, BayerRG8, 10, 200, 0, 255},
+            {"Mono16<-BayerRG10 capped gain", nullptr, Mono16, BayerRG10, 100, 700, 0, 2400},
+            // Widened range 50 x 257 = 12850 < 65535/4: 1/257.
+            {"Mono8<-BayerRG8 full scale", nullptr, Mono8, BayerRG8, 100, 150, 100, 150},
+        };
+        for (const ScalingCase& c : cases) {
+            PolicyScope policy(c.policy);
+            const ZTImage frame = twoLevelFrame(c.src, 12, 6, c.low, c.high);
+            const ZTImage out = convertTo(c.dst, frame, method);
+            const unsigned channels = getBitsPerChannel(c.dst) > 8 ? getBitsPerPixel(c.dst) / 16 : getBitsPerPixel(c.dst) / 8;
+            for (unsigned ch = 0; ch < channels; ++ch) {
+                EXPECT_EQ(sampleAt(out, 1, 2, ch), c.outLow) << c.what << (method == DemosaicMethod::Quality ? " (quality)" : "");
+                EXPECT_EQ(sampleAt(out, 10, 3, ch), c.outHigh) << c.what << (method == DemosaicMethod::Quality ? " (quality)" : "");
+            }
         }
+        // A flat frame under normalize: gain 1 on widened samples, which saturate to 255.
+        PolicyScope policy("normalize");
+        const ZTImage flat = convertTo(RGB8, twoLevelFrame(BayerRG8, 8, 4, 100, 100), method);
+        EXPECT_EQ(sampleAt(flat, 3, 2, 0), 255u);
     }
-    // A flat frame under normalize: gain 1 on widened samples, which saturate to 255.
-    PolicyScope policy("normalize");
-    const ZTImage flat = convertTo(RGB8, twoLevelFrame(BayerRG8, 8, 4, 100, 100));
-    EXPECT_EQ(sampleAt(flat, 3, 2, 0), 255u);
+}
+
+// The method is the converter's choice: by default Hamilton-Adams' samples are written, with
+// Quality the other demosaic's, both unscaled for a same-depth pair; switching back on the same
+// object (whose cached converter is reused) restores the default.
+TEST(BayerConversion, DemosaicMethodIsAnOptIn) {
+    const unsigned width = 40, height = 30;
+    ZTImage frame = ZTImage::create(BayerGB12, width, height);
+    auto* samples = reinterpret_cast<uint16_t*>(frame.getBuffer());
+    for (unsigned i = 0; i < width * height; ++i) samples[i] = static_cast<uint16_t>((i * 2654435761u >> 7) % 4096);
+    auto direct = [&](void (*demosaic)(unsigned short*, unsigned short*, int, int, int, const char*)) {
+        std::vector<uint16_t> rgb(width * height * 3);
+        demosaic(samples, rgb.data(), static_cast<int>(height), static_cast<int>(width), 12, "GBRG");
+        return rgb;
+    };
+    const std::vector<uint16_t> ha = direct(HamiltonAdams), quality = direct(QualityDemosaic);
+    ASSERT_NE(ha, quality) << "the frame does not tell the demosaics apart";
+
+    ZTImageFormatConverter converter;
+    EXPECT_EQ(converter.demosaicMethod(), DemosaicMethod::HamiltonAdams);
+    converter.setOutputFormat(RGB12);
+    auto written = [&] {
+        ZTImage rgb;
+        EXPECT_EQ(converter.convert(rgb, frame), 0);
+        const auto* p = reinterpret_cast<const uint16_t*>(rgb.getBuffer());
+        return std::vector<uint16_t>(p, p + width * height * 3);
+    };
+    EXPECT_EQ(written(), ha);
+    converter.setDemosaicMethod(DemosaicMethod::Quality);
+    EXPECT_EQ(converter.demosaicMethod(), DemosaicMethod::Quality);
+    EXPECT_EQ(written(), quality);
+    converter.setDemosaicMethod(DemosaicMethod::HamiltonAdams);
+    EXPECT_EQ(written(), ha);
 }
 
 TEST(BayerConversion, PaddedSourcesEqualPackedOnesAndSourcesAreNotModified) {

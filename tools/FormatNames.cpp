@@ -74,6 +74,12 @@ PfncFormat_ parseFormat(const std::string& name) {
                      (closest.empty() ? " (ztimage formats lists them)" : " (did you mean " + closest + "?)"));
 }
 
+ZTI::DemosaicMethod parseDemosaicMethod(const std::string& name) {
+    if (name == "ha") return ZTI::DemosaicMethod::HamiltonAdams;
+    if (name == "quality") return ZTI::DemosaicMethod::Quality;
+    throw usageError("unknown demosaic '" + name + "' (ha or quality)");
+}
+
 std::string formatLabel(PfncFormat_ code) { return ZTI::getPixelFormatLabel(code); }
 
 std::string formatList(const std::vector<PfncFormat_>& codes) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageConverter.h"
 #include "PixelFormat.h"
 
 namespace ztool {
@@ -12,6 +13,10 @@ namespace ztool {
 /// 0x01080001 that the library knows. An unknown name is a usage error that suggests the
 /// closest known names.
 PfncFormat_ parseFormat(const std::string& name);
+
+/// The demosaic named by the value of --demosaic: "ha" (Hamilton-Adams, the default) or
+/// "quality"; anything else is a usage error that names the choices.
+ZTI::DemosaicMethod parseDemosaicMethod(const std::string& name);
 
 /// The PFNC name of a code, or its hexadecimal code when the library has no name for it: the
 /// library's own label, so the tool and the library name formats alike.

@@ -38,12 +38,13 @@ Bytes packedPixels(const ZTI::ZTImage& image) {
 // What the library makes of a raw frame of `bytes`: attached as a camera frame, then
 // converted to `to`.
 Bytes libraryConversion(ZTI::PfncFormat_ from, unsigned int w, unsigned int h, unsigned int padding, Bytes bytes,
-                        ZTI::PfncFormat_ to) {
+                        ZTI::PfncFormat_ to, ZTI::DemosaicMethod method = ZTI::DemosaicMethod::HamiltonAdams) {
     ZTI::ZTImage frame;
     frame.attachGrabResult(ZTI::createGrabResult(from, w, h, padding, bytes.data(), bytes.size()));
     if (frame.getPixelType() == to) return packedPixels(frame);
     ZTI::ZTImageFormatConverter converter;
     converter.setOutputFormat(to);
+    converter.setDemosaicMethod(method);
     ZTI::ZTImage converted;
     EXPECT_EQ(converter.convert(converted, frame), 0);
     return packedPixels(converted);
@@ -92,6 +93,7 @@ TEST(ToolConvert, RawFramesConvertAsTheLibraryConvertsThem) {
         const char* from;
         unsigned int width, height, padding;
         const char* to;
+        const char* demosaic = nullptr;  // the --demosaic value, if given
     };
     const std::vector<Case> cases = {
         {"Mono12p", 6, 4, 0, "Mono8"},          // LSB-first pairs, unpacked
@@ -103,6 +105,9 @@ TEST(ToolConvert, RawFramesConvertAsTheLibraryConvertsThem) {
         {"Mono12", 5, 3, 6, "Mono16"},          // padded rows are skipped
         {"Mono8", 5, 3, 4, "Mono8"},            // no conversion, padding still removed
         {"BayerRG12p", 8, 6, 0, "RGB8"},        // unpacked, then demosaiced
+        {"BayerGR12", 9, 6, 0, "RGB12", "quality"},
+        {"BayerBG8", 8, 5, 0, "Mono8", "quality"},
+        {"BayerBG8", 8, 5, 0, "Mono8", "ha"},
     };
 
     TempDirectory dir;
@@ -115,12 +120,16 @@ TEST(ToolConvert, RawFramesConvertAsTheLibraryConvertsThem) {
             : ZTI::getRowStride(from, c.width, c.padding) * c.height;
         const Bytes bytes = randomBytes(size, seed++);
         writeBytes(dir.file("in.raw"), bytes);
-        const RunResult run = runTool(std::vector<std::string>{"convert", "in.raw", "--to", c.to, "-o", "out.raw",
-                                                               "--padding", std::to_string(c.padding)} +
-                                          rawArgs(c.from, c.width, c.height),
-                                      dir.path());
+        std::vector<std::string> args = std::vector<std::string>{"convert", "in.raw", "--to", c.to, "-o", "out.raw",
+                                                                 "--padding", std::to_string(c.padding)} +
+                                        rawArgs(c.from, c.width, c.height);
+        if (c.demosaic) args = args + std::vector<std::string>{"--demosaic", c.demosaic};
+        const RunResult run = runTool(args, dir.path());
         ASSERT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(readBytes(dir.file("out.raw")), libraryConversion(from, c.width, c.height, c.padding, bytes, to));
+        const bool quality = c.demosaic && std::string(c.demosaic) == "quality";
+        EXPECT_EQ(readBytes(dir.file("out.raw")),
+                  libraryConversion(from, c.width, c.height, c.padding, bytes, to,
+                                    quality ? ZTI::DemosaicMethod::Quality : ZTI::DemosaicMethod::HamiltonAdams));
     }
 }
 
@@ -228,6 +237,7 @@ TEST(ToolErrors, EachBadInputGetsOneLineAStatusAndNoOutputFile) {
          "unknown pixel format 'BayerRG13' (did you mean BayerRG10, BayerRG12, BayerRG16?)", 2},
         {{"convert", "short.raw", "--from", "BayerRG12p", "--width", "16", "--height", "8", "--to", "Mono8", "-o", "o.png"},
          "raw file 'short.raw' holds 100 bytes, BayerRG12p 16 x 8 needs 192", 1},
+        {good({"--to", "RGB8", "--demosaic", "best", "-o", "o.png"}), "unknown demosaic 'best' (ha or quality)", 2},
         {good({"--to", "RGB16", "-o", "o.png"}), "no conversion from Mono8 to RGB16; Mono8 converts to: RGB8", 1},
         {{"convert", "missing.png", "--to", "Mono8", "-o", "o.png"}, "cannot read 'missing.png': No such file", 1},
         {{"convert", "text.png", "--to", "Mono8", "-o", "o.png"}, "cannot decode 'text.png'", 1},

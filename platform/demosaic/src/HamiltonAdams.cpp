@@ -23,6 +23,8 @@
 #include <cstring>
 #include <vector>
 
+#include "BayerMirror.h"
+
 namespace {
 
 // Mirrored elements on each side of a half row. The passes read one element beyond the
@@ -73,20 +75,7 @@ bool resolvePattern(const char* pattern, Phase& phase)
     return true;
 }
 
-// Reflects an index into [0, n) about the first and the last element without repeating them
-// (-1 -> 1, n -> n - 2). This keeps the parity of the index, hence the colour-filter phase.
-// Indices further out are reflected again, as frames of 2 or 3 samples need. A single sample
-// has no neighbour of the other phase, so it is replicated.
-int mirror(int i, int n)
-{
-    if (n == 1)
-        return 0;
-    const int period = 2 * (n - 1);
-    i %= period;
-    if (i < 0)
-        i += period;
-    return i < n ? i : period - i;
-}
+using bayer::mirror;
 
 // Column of element j of the half row holding column parity `parity`.
 int columnOf(int j, int parity)

@@ -1,0 +1,549 @@
+// Residual-interpolation demosaicing over tiles.
+//
+// Green: gradient-based threshold-free interpolation. At every pixel a horizontal and a
+// vertical estimate of the missing colour (Hamilton-Adams style: neighbour mean plus half the
+// second difference) give two colour-difference planes, green minus red or blue. At red and
+// blue sites the colour difference is fused from the five nearest ones towards north, south,
+// west and east (a one-sided Gaussian mean each), weighted by the inverse square of the
+// colour-difference gradients summed over a 5 x 5 window on that side; green is the sample plus
+// that difference.
+//
+// Red and blue: minimized-Laplacian residual interpolation. A guided filter led by the full
+// green plane predicts the sparse colour: in each 11 x 11 window the gain fits the Laplacian of
+// the colour samples to the Laplacian of green at the same sites (least squares on the
+// Laplacians, not on the values, so that a smooth offset between the planes does not bias the
+// gain), the offset matches the means, and gains and offsets are averaged over the windows that
+// cover a pixel. The prediction is clipped, its residuals at the colour sites are spread
+// bilinearly, and the sum is the result; at the colour's own sites that is the sample itself.
+//
+// Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into tiles
+// that are processed independently with 20 pixels of mirrored or neighbouring context on each
+// side; the planes of a tile stay in cache. All sums have a fixed order (no running sums) and
+// the unit is compiled without floating-point contraction, so a pixel's value depends neither
+// on the tiling nor on the platform.
+
+#include "QualityDemosaic.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "BayerMirror.h"
+
+namespace {
+
+// Context around a tile: the support of the whole pipeline (green 7, Laplacians 2, two 11 x 11
+// box filters 5 each, the bilinear residual 1). Even, so tile and frame have the same phase.
+constexpr int kPad = 20;
+// Output size of a tile. Even, so every tile starts on the same colour-filter phase. The
+// planes of a tile (12 of 104 x 296 floats, 1.5 MB) stay in cache; tiles of 128 or 256 rows
+// or 512 columns, with less context per pixel, measured no faster.
+constexpr int kTileRows = 64;
+constexpr int kTileCols = 256;
+
+// The gradient weights and the guided-filter gain divide by squares that vanish on flat areas.
+// These terms only keep such divisions finite and are far below any real signal: for the
+// weights, on the squared mean gradient in 8-bit units; for the gain, set for 8-bit samples and
+// scaled by the square of the sample scale.
+constexpr float kWeightEps = 1e-10f;
+constexpr float kGainEps8 = 1e-10f;
+
+enum Colour { kRed = 0, kGreen = 1, kBlue = 2 };
+
+// colour[row parity][column parity] of the filter.
+bool resolvePattern(const char* pattern, int colour[2][2])
+{
+    if (pattern == nullptr)
+        return false;
+    static const char* const kKnown[] = {"RGGB", "BGGR", "GRBG", "GBRG"};
+    for (const char* known : kKnown)
+        if (std::strcmp(pattern, known) == 0) {
+            for (int i = 0; i < 4; ++i)
+                colour[i / 2][i % 2] = pattern[i] == 'R' ? kRed : pattern[i] == 'G' ? kGreen : kBlue;
+            return true;
+        }
+    return false;
+}
+
+using bayer::mirror;
+
+float clampTo(float v, float maxValue)
+{
+    v = v < 0.0f ? 0.0f : v;
+    return v > maxValue ? maxValue : v;
+}
+
+// One plane of a tile with its context, row-major.
+class Plane {
+public:
+    void resize(int rows, int cols)
+    {
+        cols_ = cols;
+        data_.assign(static_cast<size_t>(rows) * cols, 0.0f);
+    }
+    float* row(int r) { return data_.data() + static_cast<size_t>(r) * cols_; }
+
+private:
+    int cols_ = 0;
+    std::vector<float> data_;
+};
+
+// Horizontal and vertical colour differences (green minus red or blue) at every pixel of row r
+// from column lo to hi: the missing colour is estimated as the mean of the two neighbours plus
+// half the second difference of the present colour; `sign` is +1 at green sites (green minus
+// the estimate) and -1 elsewhere (the estimate minus the sample).
+void colourDifferences(const float* __restrict up2, const float* __restrict up1,
+                       const float* __restrict m, const float* __restrict down1,
+                       const float* __restrict down2, const float* __restrict sign,
+                       float* __restrict dH, float* __restrict dV, int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c) {
+        const float estH = 0.5f * (m[c - 1] + m[c + 1]) + 0.25f * (2.0f * m[c] - m[c - 2] - m[c + 2]);
+        const float estV = 0.5f * (up1[c] + down1[c]) + 0.25f * (2.0f * m[c] - up2[c] - down2[c]);
+        dH[c] = sign[c] * (m[c] - estH);
+        dV[c] = sign[c] * (m[c] - estV);
+    }
+}
+
+// out[c] += in[c], columns lo..hi. Kept out of line: inlined into the loops over taps, the
+// compiler loses sight of the restrict qualifiers and leaves the loop scalar.
+__attribute__((noinline)) void addTo(const float* __restrict in, float* __restrict out, int lo,
+                                     int hi)
+{
+    for (int c = lo; c < hi; ++c)
+        out[c] += in[c];
+}
+
+// out[c] = a[c] + b[c], columns lo..hi.
+__attribute__((noinline)) void addRows(const float* __restrict a, const float* __restrict b,
+                                       float* __restrict out, int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c)
+        out[c] = a[c] + b[c];
+}
+
+// Sum of `taps` rows (pointers in `rowsIn`) into out, columns lo..hi, added top to bottom.
+void sumRows(const float* const* rowsIn, int taps, float* __restrict out, int lo, int hi)
+{
+    std::memcpy(out + lo, rowsIn[0] + lo, static_cast<size_t>(hi - lo) * sizeof *out);
+    for (int t = 1; t < taps; ++t)
+        addTo(rowsIn[t], out, lo, hi);
+}
+
+// out[c] = sum of in[c - radius .. c + radius], columns lo..hi, added from left to right; one
+// pass per tap keeps the columns independent, so the loop runs on vectors.
+template <int kRadius>
+void sumColumns(const float* in, float* __restrict out, int lo, int hi)
+{
+    std::memcpy(out + lo, in + lo - kRadius, static_cast<size_t>(hi - lo) * sizeof *out);
+    for (int k = -kRadius + 1; k <= kRadius; ++k)
+        addTo(in + k, out, lo, hi);
+}
+
+// The 11-wide sum of a row that is zero outside the colour's columns, those of parity
+// `siteParity`: `even` must hold, from column lo - 1 on, the sums of five columns two apart
+// around c, which is the whole sum at a site column; elsewhere it is the six columns two apart
+// from c - 5, the five before c + 5 plus that one. Leaving out the zero columns changes no bit
+// of the sum: the terms that are not zero are added in the same order.
+void sumSiteColumns(const float* __restrict in, const float* __restrict even, int siteParity,
+                    float* __restrict out, int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c)
+        out[c] = even[c - 1] + in[c + 5];
+    for (int c = lo + ((siteParity - lo) & 1); c < hi; c += 2)
+        out[c] = even[c];
+}
+
+// Weights of the five colour differences on one side of a pixel, nearest first: a one-sided
+// Gaussian of sigma 2 pixels, normalised.
+constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0.1101f,
+                kSide4 = 0.0458f;
+
+// Green at every pixel of a row: the sample at green sites; elsewhere the sample plus the
+// colour difference fused from four directions with inverse-square gradient weights.
+//   dV[k]: vertical colour differences of rows r - 4 .. r + 4; dH: horizontal ones of row r;
+//   bvN, bvS: vertical gradient sums two rows up and down; bh: horizontal gradient sums.
+// `unit` turns a gradient sum into a mean gradient on the 8-bit scale (at most about 1000).
+// The weights 1 / x are multiplied by the product of the four x, which leaves their ratios as
+// they are and needs one division instead of four; on that scale the products stay far inside
+// the float range (between 1e-30 and 1e24).
+void fuseGreen(const float* __restrict m, const float* const* dV, const float* __restrict dH,
+               const float* __restrict bvN, const float* __restrict bvS,
+               const float* __restrict bh, const float* __restrict isGreen,
+               float* __restrict green, int lo, int hi, float unit, float maxValue)
+{
+    const float* __restrict v0 = dV[0];
+    const float* __restrict v1 = dV[1];
+    const float* __restrict v2 = dV[2];
+    const float* __restrict v3 = dV[3];
+    const float* __restrict v4 = dV[4];
+    const float* __restrict v5 = dV[5];
+    const float* __restrict v6 = dV[6];
+    const float* __restrict v7 = dV[7];
+    const float* __restrict v8 = dV[8];
+    for (int c = lo; c < hi; ++c) {
+        const float n = bvN[c] * unit, s = bvS[c] * unit;
+        const float w = bh[c - 2] * unit, e = bh[c + 2] * unit;
+        const float xN = n * n + kWeightEps, xS = s * s + kWeightEps;
+        const float xW = w * w + kWeightEps, xE = e * e + kWeightEps;
+        const float xNS = xN * xS, xWE = xW * xE;
+        const float wN = xS * xWE, wS = xN * xWE, wW = xNS * xE, wE = xNS * xW;
+        const float fN = kSide4 * v0[c] + kSide3 * v1[c] + kSide2 * v2[c] + kSide1 * v3[c] + kSide0 * v4[c];
+        const float fS = kSide0 * v4[c] + kSide1 * v5[c] + kSide2 * v6[c] + kSide3 * v7[c] + kSide4 * v8[c];
+        const float fW = kSide4 * dH[c - 4] + kSide3 * dH[c - 3] + kSide2 * dH[c - 2] + kSide1 * dH[c - 1] +
+                         kSide0 * dH[c];
+        const float fE = kSide0 * dH[c] + kSide1 * dH[c + 1] + kSide2 * dH[c + 2] + kSide3 * dH[c + 3] +
+                         kSide4 * dH[c + 4];
+        const float diff = (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
+        const float g = clampTo(m[c] + diff, maxValue);
+        green[c] = isGreen[c] != 0.0f ? m[c] : g;
+    }
+}
+
+// The products the guided filter sums at the sites of one colour (mask 1 there, else 0):
+// Laplacian of green squared, Laplacians of green and of the colour multiplied, green, colour.
+// The Laplacians span two pixels, the spacing of the sites.
+void siteProducts(const float* __restrict gUp, const float* __restrict g,
+                  const float* __restrict gDown, const float* __restrict mUp,
+                  const float* __restrict m, const float* __restrict mDown,
+                  const float* __restrict mask, float* __restrict gg, float* __restrict gm,
+                  float* __restrict gs, float* __restrict ms, int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c) {
+        const float lapG = 4.0f * g[c] - gUp[c] - gDown[c] - g[c - 2] - g[c + 2];
+        const float lapM = 4.0f * m[c] - mUp[c] - mDown[c] - m[c - 2] - m[c + 2];
+        gg[c] = mask[c] * (lapG * lapG);
+        gm[c] = mask[c] * (lapG * lapM);
+        gs[c] = mask[c] * g[c];
+        ms[c] = mask[c] * m[c];
+    }
+}
+
+// Gain and offset of one window from its sums; invCount is 1 / (colour sites in the window).
+void gainAndOffset(const float* __restrict gg, const float* __restrict gm,
+                   const float* __restrict gs, const float* __restrict ms,
+                   const float* __restrict invCount, float* __restrict a, float* __restrict b,
+                   int lo, int hi, float eps)
+{
+    for (int c = lo; c < hi; ++c) {
+        const float gain = gm[c] / (gg[c] + eps);
+        a[c] = gain;
+        b[c] = (ms[c] - gain * gs[c]) * invCount[c];
+    }
+}
+
+// The prediction from the averaged gains and offsets (121 windows each), clipped, and the
+// residual at the colour's sites.
+void predict(const float* __restrict sumA, const float* __restrict sumB,
+             const float* __restrict g, const float* __restrict m,
+             const float* __restrict mask, float* __restrict prediction,
+             float* __restrict residual, int lo, int hi, float maxValue)
+{
+    constexpr float kInvWindow = 1.0f / 121.0f;
+    for (int c = lo; c < hi; ++c) {
+        const float q = clampTo((sumA[c] * kInvWindow) * g[c] + sumB[c] * kInvWindow, maxValue);
+        prediction[c] = q;
+        residual[c] = mask[c] * (m[c] - q);
+    }
+}
+
+// The colour at every pixel of a row: prediction plus bilinearly spread residuals; the sample
+// at the colour's own sites.
+void addResidual(const float* __restrict q, const float* __restrict rUp,
+                 const float* __restrict r, const float* __restrict rDown,
+                 const float* __restrict m, const float* __restrict mask,
+                 float* __restrict colour, int lo, int hi, float maxValue)
+{
+    for (int c = lo; c < hi; ++c) {
+        const float cross = (r[c - 1] + r[c + 1]) + (rUp[c] + rDown[c]);
+        const float diagonal = (rUp[c - 1] + rUp[c + 1]) + (rDown[c - 1] + rDown[c + 1]);
+        const float v = clampTo(q[c] + r[c] + 0.5f * cross + 0.25f * diagonal, maxValue);
+        const float own = m[c];
+        colour[c] = mask[c] != 0.0f ? own : v;
+    }
+}
+
+// Rounds three planes into interleaved 16-bit RGB.
+void writePixels(const float* __restrict red, const float* __restrict green,
+                 const float* __restrict blue, uint16_t* __restrict out, int n)
+{
+    for (int c = 0; c < n; ++c) {
+        out[3 * c] = static_cast<uint16_t>(static_cast<int>(red[c] + 0.5f));
+        out[3 * c + 1] = static_cast<uint16_t>(static_cast<int>(green[c] + 0.5f));
+        out[3 * c + 2] = static_cast<uint16_t>(static_cast<int>(blue[c] + 0.5f));
+    }
+}
+
+class Demosaicer {
+public:
+    Demosaicer(const uint16_t* in, uint16_t* out, int rows, int cols, int bitDepth,
+               const int colour[2][2])
+        : in_(in), out_(out), rows_(rows), cols_(cols),
+          maxValue_(static_cast<float>((1 << bitDepth) - 1))
+    {
+        const float scale = maxValue_ / 255.0f;
+        gradientUnit_ = 1.0f / (25.0f * scale);
+        gainEps_ = kGainEps8 * scale * scale;
+        tileRows_ = std::min(kTileRows, rows + (rows & 1));
+        tileCols_ = std::min(kTileCols, cols + (cols & 1));
+        h_ = tileRows_ + 2 * kPad;
+        w_ = tileCols_ + 2 * kPad;
+        for (Plane& p : planes_)
+            p.resize(h_, w_);
+        tmp_.assign(static_cast<size_t>(w_) * 4, 0.0f);
+        columns_.resize(w_);
+        // Per row parity and column of a tile: the site masks and the sign of the colour
+        // difference. Tiles start on even rows and columns, so these hold for every tile.
+        for (int py = 0; py < 2; ++py) {
+            for (auto* v : {&isGreen_[py], &sign_[py], &mask_[py][0], &mask_[py][1],
+                            &invCount_[py][0], &invCount_[py][1]})
+                v->resize(w_);
+            for (int c = 0; c < w_; ++c) {
+                const int here = colour[py][c & 1];
+                isGreen_[py][c] = here == kGreen ? 1.0f : 0.0f;
+                sign_[py][c] = here == kGreen ? 1.0f : -1.0f;
+                for (int x = 0; x < 2; ++x) {
+                    const int target = x == 0 ? kRed : kBlue;
+                    mask_[py][x][c] = here == target ? 1.0f : 0.0f;
+                    if (here == target) {
+                        siteRow_[x] = py;
+                        siteColumn_[x] = c & 1;
+                    }
+                    // Sites of the colour in an 11 x 11 window: 5 rows (columns) when the centre
+                    // row (column) holds the colour, else 6.
+                    const bool rowHas = colour[py][0] == target || colour[py][1] == target;
+                    const bool colHas = colour[0][c & 1] == target || colour[1][c & 1] == target;
+                    invCount_[py][x][c] = 1.0f / static_cast<float>((rowHas ? 5 : 6) * (colHas ? 5 : 6));
+                }
+            }
+        }
+    }
+
+    void run()
+    {
+        for (int y0 = 0; y0 < rows_; y0 += tileRows_)
+            for (int x0 = 0; x0 < cols_; x0 += tileCols_)
+                tile(y0, x0, std::min(tileRows_, rows_ - y0), std::min(tileCols_, cols_ - x0));
+    }
+
+private:
+    enum PlaneId {
+        kMosaic, kDiffH, kDiffV, kGradH, kGradV, kSumH, kSumV, kGreenPlane, kRedPlane, kBluePlane,
+        kSpare0, kSpare1, kPlaneCount
+    };
+
+    float* p(int id, int r) { return planes_[id].row(r); }
+
+    void tile(int y0, int x0, int outRows, int outCols)
+    {
+        load(y0, x0);
+        interpolateGreen();
+        interpolateColour(0, kRedPlane);
+        interpolateColour(1, kBluePlane);
+        for (int r = 0; r < outRows; ++r)
+            writePixels(p(kRedPlane, kPad + r) + kPad, p(kGreenPlane, kPad + r) + kPad,
+                        p(kBluePlane, kPad + r) + kPad,
+                        out_ + (static_cast<size_t>(y0 + r) * cols_ + x0) * 3, outCols);
+    }
+
+    // Mosaic of the tile and its context, clipped to the bit depth; outside the frame mirrored.
+    void load(int y0, int x0)
+    {
+        for (int c = 0; c < w_; ++c)
+            columns_[c] = mirror(x0 - kPad + c, cols_);
+        // Columns that lie inside the frame are contiguous and copied straight.
+        const int first = std::max(0, kPad - x0);
+        const int last = std::min(w_, kPad - x0 + cols_);
+        const uint16_t maxValue = static_cast<uint16_t>(maxValue_);
+        for (int r = 0; r < h_; ++r) {
+            const uint16_t* __restrict src = in_ + static_cast<size_t>(mirror(y0 - kPad + r, rows_)) * cols_;
+            float* __restrict dst = p(kMosaic, r);
+            const int offset = x0 - kPad;
+            for (int c = first; c < last; ++c)
+                dst[c] = static_cast<float>(std::min(src[offset + c], maxValue));
+            for (int c = 0; c < first; ++c)
+                dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
+            for (int c = last; c < w_; ++c)
+                dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
+        }
+    }
+
+    // Box sum of `radius` over plane `from` into plane `to`, rows and columns [margin, size -
+    // margin); the source must be valid `radius` further out.
+    template <int kRadius>
+    void boxSum(int from, int to, int margin)
+    {
+        const float* rowsIn[2 * kRadius + 1];
+        float* vertical = tmp_.data();
+        for (int r = margin; r < h_ - margin; ++r) {
+            for (int k = 0; k <= 2 * kRadius; ++k)
+                rowsIn[k] = p(from, r - kRadius + k);
+            sumRows(rowsIn, 2 * kRadius + 1, vertical, margin - kRadius, w_ - margin + kRadius);
+            sumColumns<kRadius>(vertical, p(to, r), margin, w_ - margin);
+        }
+    }
+
+    // 11 x 11 box sum like boxSum<5> from partial sums of 2, 4 and 8 rows (columns): 11 = 8 +
+    // 2 + 1, five additions per direction instead of ten. Every sum still has a fixed order, so
+    // the result does not depend on the tiling. `partial` names three planes to work in.
+    void denseBoxSum(int from, int to, int margin, const int (&partial)[3])
+    {
+        const int lo = margin - 5, hi = w_ - margin + 5;
+        const int two = partial[0], four = partial[1], eight = partial[2];
+        for (int r = margin - 5; r < h_ - margin + 3; ++r)
+            addRows(p(from, r), p(from, r + 1), p(two, r), lo, hi);
+        for (int r = margin - 5; r < h_ - margin - 1; ++r)
+            addRows(p(two, r), p(two, r + 2), p(four, r), lo, hi);
+        for (int r = margin - 5; r < h_ - margin - 5; ++r)
+            addRows(p(four, r), p(four, r + 4), p(eight, r), lo, hi);
+        float* vertical = tmp_.data();
+        float* two2 = tmp_.data() + w_;
+        float* four2 = tmp_.data() + 2 * w_;
+        float* eight2 = tmp_.data() + 3 * w_;
+        for (int r = margin; r < h_ - margin; ++r) {
+            addRows(p(eight, r - 5), p(two, r + 3), vertical, lo, hi);
+            addTo(p(from, r + 5), vertical, lo, hi);
+            addRows(vertical, vertical + 1, two2, lo, hi - 2);
+            addRows(two2, two2 + 2, four2, lo, hi - 6);
+            addRows(four2, four2 + 4, eight2, lo, hi - 10);
+            float* out = p(to, r);
+            addRows(eight2 - 5, two2 + 3, out, margin, w_ - margin);
+            addTo(vertical + 5, out, margin, w_ - margin);
+        }
+    }
+
+    // 11 x 11 box sum like boxSum<5>, of a plane that is zero outside the sites of colour x:
+    // only the rows and columns of the sites are added, which halves the work and gives the
+    // same bits.
+    void siteBoxSum(int from, int to, int margin, int x)
+    {
+        const float* rowsIn[6];
+        float* vertical = tmp_.data();
+        float* even = tmp_.data() + w_;
+        for (int r = margin; r < h_ - margin; ++r) {
+            // The site rows among r - 5 .. r + 5: five around a site row, else six.
+            const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
+            int taps = 0;
+            for (int k = first; k <= r + 5; k += 2)
+                rowsIn[taps++] = p(from, k);
+            sumRows(rowsIn, taps, vertical, margin - 5, w_ - margin + 5);
+            std::memcpy(even + margin - 1, vertical + margin - 5,
+                        static_cast<size_t>(w_ - 2 * margin + 1) * sizeof *even);
+            for (int k = -2; k <= 4; k += 2)
+                addTo(vertical + k, even, margin - 1, w_ - margin);
+            sumSiteColumns(vertical, even, siteColumn_[x], p(to, r), margin, w_ - margin);
+        }
+    }
+
+    void interpolateGreen()
+    {
+        for (int r = 2; r < h_ - 2; ++r)
+            colourDifferences(p(kMosaic, r - 2), p(kMosaic, r - 1), p(kMosaic, r),
+                              p(kMosaic, r + 1), p(kMosaic, r + 2), sign_[r & 1].data(),
+                              p(kDiffH, r), p(kDiffV, r), 2, w_ - 2);
+        for (int r = 3; r < h_ - 3; ++r) {
+            const float* __restrict dH = p(kDiffH, r);
+            const float* __restrict up = p(kDiffV, r - 1);
+            const float* __restrict down = p(kDiffV, r + 1);
+            float* __restrict gH = p(kGradH, r);
+            float* __restrict gV = p(kGradV, r);
+            for (int c = 3; c < w_ - 3; ++c) {
+                gH[c] = std::abs(dH[c - 1] - dH[c + 1]);
+                gV[c] = std::abs(up[c] - down[c]);
+            }
+        }
+        boxSum<2>(kGradH, kSumH, 5);
+        boxSum<2>(kGradV, kSumV, 5);
+        for (int r = 7; r < h_ - 7; ++r) {
+            const float* dV[9];
+            for (int k = 0; k < 9; ++k)
+                dV[k] = p(kDiffV, r - 4 + k);
+            fuseGreen(p(kMosaic, r), dV, p(kDiffH, r), p(kSumV, r - 2), p(kSumV, r + 2),
+                      p(kSumH, r), isGreen_[r & 1].data(), p(kGreenPlane, r), 7, w_ - 7,
+                      gradientUnit_, maxValue_);
+        }
+    }
+
+    // Red (x = 0) or blue (x = 1) at every pixel into plane `target`. The planes of the green
+    // step other than mosaic and green serve as scratch.
+    void interpolateColour(int x, int target)
+    {
+        const int gg = kDiffH, gm = kDiffV, gs = kGradH, ms = kGradV;
+        for (int r = 9; r < h_ - 9; ++r)
+            siteProducts(p(kGreenPlane, r - 2), p(kGreenPlane, r), p(kGreenPlane, r + 2),
+                         p(kMosaic, r - 2), p(kMosaic, r), p(kMosaic, r + 2),
+                         mask_[r & 1][x].data(), p(gg, r), p(gm, r), p(gs, r), p(ms, r), 9,
+                         w_ - 9);
+        const int ggSum = kSumH, gmSum = kSumV, gsSum = kSpare0, msSum = kSpare1;
+        siteBoxSum(gg, ggSum, 14, x);
+        siteBoxSum(gm, gmSum, 14, x);
+        siteBoxSum(gs, gsSum, 14, x);
+        siteBoxSum(ms, msSum, 14, x);
+        const int a = kDiffH, b = kDiffV;
+        for (int r = 14; r < h_ - 14; ++r)
+            gainAndOffset(p(ggSum, r), p(gmSum, r), p(gsSum, r), p(msSum, r),
+                          invCount_[r & 1][x].data(), p(a, r), p(b, r), 14, w_ - 14, gainEps_);
+        const int sumA = kGradH, sumB = kGradV;
+        // The sums of the site products are no longer needed: their planes hold partial sums.
+        const int partial[3] = {kSumH, kSumV, kSpare0};
+        denseBoxSum(a, sumA, 19, partial);
+        denseBoxSum(b, sumB, 19, partial);
+        const int prediction = kSpare0, residual = kSpare1;
+        for (int r = 19; r < h_ - 19; ++r)
+            predict(p(sumA, r), p(sumB, r), p(kGreenPlane, r), p(kMosaic, r),
+                    mask_[r & 1][x].data(), p(prediction, r), p(residual, r), 19, w_ - 19,
+                    maxValue_);
+        for (int r = kPad; r < h_ - kPad; ++r)
+            addResidual(p(prediction, r), p(residual, r - 1), p(residual, r), p(residual, r + 1),
+                        p(kMosaic, r), mask_[r & 1][x].data(), p(target, r), kPad, w_ - kPad,
+                        maxValue_);
+    }
+
+    const uint16_t* in_;
+    uint16_t* out_;
+    int rows_;
+    int cols_;
+    float maxValue_;
+    float gradientUnit_ = 0;  // gradient sum (25 values) -> mean gradient on the 8-bit scale
+    float gainEps_ = 0;
+    int tileRows_ = 0;
+    int tileCols_ = 0;
+    int h_ = 0;  // rows of a tile with context
+    int w_ = 0;  // columns of a tile with context
+    Plane planes_[kPlaneCount];
+    std::vector<float> tmp_;
+    std::vector<int> columns_;  // frame column of each tile column, for the mirrored ones
+    std::vector<float> isGreen_[2];
+    std::vector<float> sign_[2];
+    std::vector<float> mask_[2][2];      // [row parity][red, blue]
+    std::vector<float> invCount_[2][2];  // [row parity][red, blue]
+    int siteRow_[2] = {0, 0};     // row parity of the red, blue sites
+    int siteColumn_[2] = {0, 0};  // column parity of the red, blue sites
+};
+
+[[noreturn]] void fail(const char* what)
+{
+    std::fprintf(stderr, "QualityDemosaic: %s\n", what);
+    std::abort();
+}
+
+}  // namespace
+
+void QualityDemosaic(unsigned short* in, unsigned short* out, int rows, int cols, int bitDepth,
+                     const char* pattern)
+{
+    if (rows < 1 || cols < 1)
+        return;
+    if (in == nullptr || out == nullptr)
+        fail(in == nullptr ? "null input buffer" : "null output buffer");
+    int colour[2][2];
+    if (bitDepth < 1 || bitDepth > 16 || !resolvePattern(pattern, colour)) {
+        std::memset(out, 0, static_cast<size_t>(rows) * cols * 3 * sizeof *out);
+        return;
+    }
+    Demosaicer(in, out, rows, cols, bitDepth, colour).run();
+}
