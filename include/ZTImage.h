@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "PixelFormat.h"
+#include "ZTExport.h"
 #include "ZTGrabResult.h"
 
 namespace ZTI {
@@ -17,7 +18,7 @@ struct ZTImageAccess;
 /// except that a copy of an image viewing a camera frame views the same frame. The image core
 /// reports no errors: a failed allocation leaves an image that is not valid.
 /// An image must not be used by two threads at once; distinct images may be used freely.
-class ZTImage {
+class ZTI_API ZTImage {
 public:
     class ZTImageImpl;
 
