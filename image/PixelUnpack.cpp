@@ -120,7 +120,7 @@ void unpackPairs12(const unsigned char* src, unsigned char* dst, size_t pairs) {
     for (; p < pairs; ++p) {
         const unsigned char* s = src + 3 * p;
         store16(dst, 2 * p, Layout::first(s[0], s[1]));
-        store16(dst, 2 * p + 1, secondOfPair(s[1], s[2]));
+        store16(dst, 2 * p + 1, Layout::second(s[1], s[2]));
     }
 }
 
@@ -173,8 +173,8 @@ namespace {
 
 // Two 10-bit pixels in three bytes: p0 = b0 << 2 | b1 & 3, p1 = b2 << 2 | (b1 >> 4) & 3.
 struct PackedPair10 {
-    static unsigned first(unsigned b0, unsigned b1, unsigned) { return (b0 << 2) | (b1 & 0x03); }
-    static unsigned second(unsigned, unsigned b1, unsigned b2) { return (b2 << 2) | ((b1 >> 4) & 0x03); }
+    static unsigned first(unsigned b0, unsigned b1) { return (b0 << 2) | (b1 & 0x03); }
+    static unsigned second(unsigned b1, unsigned b2) { return (b2 << 2) | ((b1 >> 4) & 0x03); }
     static uint32_t both(uint32_t x) {
         return ((x << 2) & 0x03FC03FCu) | ((x >> 8) & 0x03u) | ((x << 4) & 0x00030000u);
     }
@@ -206,7 +206,7 @@ void unpackRunPairs(const unsigned char* src, unsigned char* dst, size_t n) {
     unpackPairs12<Layout>(src, dst, n / 2);
     if (n % 2) {
         const unsigned char* s = src + 3 * (n / 2);
-        store16(dst, n - 1, Layout::first(s[0], s[1], 0));
+        store16(dst, n - 1, Layout::first(s[0], s[1]));
     }
 }
 

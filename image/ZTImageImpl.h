@@ -7,7 +7,9 @@
 
 namespace ZTI {
 
-class ZTImage::ZTImageImpl {
+// Hidden although nested in an exported class: the implementation object is not part of the
+// library's interface.
+class __attribute__((visibility("hidden"))) ZTImage::ZTImageImpl {
 public:
     ZTImageImpl() = default;
     /// Copy rule: pool memory and caller buffers are copied into new pool memory; a view of a

@@ -1,6 +1,7 @@
 // Contrast enhancement of monochrome images.
 #pragma once
 
+#include "ZTExport.h"
 #include "ZTImage.h"
 
 namespace ZTI {
@@ -18,12 +19,12 @@ namespace ZTI {
 /// Returns 0 (also for an empty image), or -1 with "Unsupported format.\n" on standard error
 /// for other formats, and -1 when an image lacks the memory the layout needs. Safe to call from
 /// several threads on distinct images.
-int histStretch(ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high);
+ZTI_API int histStretch(ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high);
 
 /// Equalizes the histogram of an 8-bit one-channel image (Mono8, 8-bit Bayer) into `dst` with
 /// OpenCV's equalizeHist. Other source formats are left alone (returns 0). Returns -1 when
 /// either image is invalid, or when `dst` is not an 8-bit one-channel image of `src`'s size;
 /// `dst` is then unchanged. Safe to call from several threads on distinct images.
-int histEqual(ZTImage& src, ZTImage& dst);
+ZTI_API int histEqual(ZTImage& src, ZTImage& dst);
 
 }  // namespace ZTI

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <vector>
 
+#include "ZTExport.h"
+
 namespace ZTI {
 
 /// Pool of page-aligned pixel buffers shared by every image in the process. Buffers handed
@@ -14,7 +16,7 @@ namespace ZTI {
 /// smallest cached size that is not smaller than the request and, within it, the buffer
 /// released last. Memory is never returned to the system while the process runs; everything
 /// cached is freed at exit. All operations are thread-safe (one mutex).
-class ImageBufferPool {
+class ZTI_API ImageBufferPool {
 public:
     /// The single pool, created on first use and destroyed at process exit.
     static ImageBufferPool& getInstance();

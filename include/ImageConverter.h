@@ -26,7 +26,7 @@ struct FormatPairLess {
 
 /// A conversion from one pixel format to another. Converters carry no state; one object may
 /// serve several threads as long as each call gets distinct images.
-class IImageConverter {
+class ZTI_API IImageConverter {
 public:
     virtual ~IImageConverter() {}
     /// Writes `src` converted into `dst`, which must already have the destination format and
@@ -44,70 +44,70 @@ enum class DemosaicMethod { HamiltonAdams, Quality };
 
 /// One OpenCV colour conversion, with the code the library assigns to the (destination,
 /// source) pair. Aborts when the pair has no code (a programming error).
-class DefaultConverter : public IImageConverter {
+class ZTI_API DefaultConverter : public IImageConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 
 /// Equal formats: a deep copy of the source (image assignment).
-class CopyConverter : public IImageConverter {
+class ZTI_API CopyConverter : public IImageConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 
 /// YUV 4:4:4 (YUV8_UYV, YCbCr8) to RGB8; the base conversion, not overridden.
-class Yuv2Rgb : public DefaultConverter {};
+class ZTI_API Yuv2Rgb : public DefaultConverter {};
 /// RGBa8 and BGRa8 to RGB8, dropping alpha; the base conversion, not overridden.
-class RGBA2Rgb : public DefaultConverter {};
+class ZTI_API RGBA2Rgb : public DefaultConverter {};
 
 /// BGR8 to RGB8 (channels 0 and 2 swapped).
-class BGR2Rgb : public DefaultConverter {
+class ZTI_API BGR2Rgb : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// YUV 4:2:2 UYVY to Mono8 (luma).
-class Uyvy2Mono : public DefaultConverter {
+class ZTI_API Uyvy2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// YUV 4:2:2 UYVY to RGB8.
-class Uyvy2Rgb : public DefaultConverter {
+class ZTI_API Uyvy2Rgb : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// YUV 4:2:2 YUYV (YUV422_8, YCbCr422_8) to Mono8 (luma).
-class Yuyv2Mono : public DefaultConverter {
+class ZTI_API Yuyv2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// YUV 4:2:2 YUYV to RGB8.
-class Yuyv2Rgb : public DefaultConverter {
+class ZTI_API Yuyv2Rgb : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// YUV 4:4:4 to Mono8 through an RGB8 temporary.
-class Yuv2Mono : public DefaultConverter {
+class ZTI_API Yuv2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// Mono8/10/12/16 to another mono depth by the full-range linear scale
 /// (2^d - 1) / (2^s - 1), rounded and saturated.
-class Mono2Mono : public DefaultConverter {
+class ZTI_API Mono2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// RGB10/12/16 to another RGB depth by the full-range linear scale.
-class RGB2Rgb : public DefaultConverter {
+class ZTI_API RGB2Rgb : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// Mono to RGB: grey replicated into three channels, then scaled when the depths differ.
-class Mono2Rgb : public DefaultConverter {
+class ZTI_API Mono2Rgb : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// RGB or BGR to mono: OpenCV's grey weights, then scaled when the depths differ.
-class RGB2Mono : public DefaultConverter {
+class ZTI_API RGB2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
@@ -131,14 +131,14 @@ public:
 /// variable ZT_HIST_RANGE_POLICY, read on every call, selects "raw" (never stretch) or
 /// "normalize" (also stretch same-depth frames whose range lies in the band (0.25, 0.9) of the
 /// scale, or that exceed it).
-class Bayer2Rgb : public DemosaicingConverter {
+class ZTI_API Bayer2Rgb : public DemosaicingConverter {
 public:
     using DemosaicingConverter::convert;
     void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) override;
 };
 /// Bayer mosaics to mono: demosaiced, turned to grey, and stretched to the frame's range when
 /// that exceeds a quarter of the input scale (gain at most 4), whatever the depths.
-class Bayer2Mono : public DemosaicingConverter {
+class ZTI_API Bayer2Mono : public DemosaicingConverter {
 public:
     using DemosaicingConverter::convert;
     void convert(ZTImage& dst, const ZTImage& src, DemosaicMethod method) override;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ImageConverter.h"
+#include "ZTExport.h"
 
 namespace ZTI {
 
@@ -18,7 +19,7 @@ struct ConversionInfo {
 };
 
 /// Makes converters from the library's conversion table. Stateless; callable from any thread.
-class ImageConverterFactory {
+class ZTI_API ImageConverterFactory {
 public:
     /// A new converter for (dst, src), owned by the caller: a CopyConverter when the formats
     /// are equal (any format, even unknown ones), the registered class for a listed pair, and
@@ -35,10 +36,10 @@ public:
 /// The preferred deeper destination of a source format, used when saving to files that take
 /// 16-bit samples: Mono16 for Mono10/12/16, RGB8 for 8-bit Bayer, RGB16 for deeper Bayer and
 /// RGB10/12/16; 0 for every other format.
-PIXEL_TYPE getDestType(PfncFormat_ src);
+ZTI_API PIXEL_TYPE getDestType(PfncFormat_ src);
 
 /// OpenCV element type for a depth and channel count: CV_8UC(n) for 8 bits, CV_16UC(n) for
 /// 9 to 16 bits, with 1 to 4 channels; -1 for anything else.
-int get_cv_type(int bitsPerChannel, int channels);
+ZTI_API int get_cv_type(int bitsPerChannel, int channels);
 
 }  // namespace ZTI

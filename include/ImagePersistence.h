@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "ZTExport.h"
 #include "ZTImage.h"
 
 namespace ZTI {
@@ -19,7 +20,7 @@ enum ImageFileFormat : int {
 };
 
 /// Writes images to files through OpenCV's codecs.
-class ImagePersistence {
+class ZTI_API ImagePersistence {
 public:
     ImagePersistence() {}
 

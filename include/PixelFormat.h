@@ -6,6 +6,7 @@
 #include <string>
 
 #include "PixelFormatList.h"
+#include "ZTExport.h"
 
 /// A GenICam PFNC pixel-format code; 0 means no format. Plain codes such as 0x01080001
 /// may be passed wherever a format is expected.
@@ -32,20 +33,20 @@ constexpr unsigned int getBytesPerPixel(PfncFormat_ format) { return (format >> 
 
 /// Significant bits of one channel (Mono12 gives 12, RGB8 gives 8); 0 for codes the library
 /// does not know. Pure; callable from any thread.
-unsigned int getBitsPerChannel(PfncFormat_ format);
+ZTI_API unsigned int getBitsPerChannel(PfncFormat_ format);
 
 /// Byte count of a tightly packed image (no row padding), computed as the library allocates:
 /// ((bitsPerPixel * ((width * height) mod 2^32)) mod 2^32) / 8, so very large sizes wrap.
-uint64_t getPackedByteCount(PfncFormat_ format, uint32_t width, uint32_t height);
+ZTI_API uint64_t getPackedByteCount(PfncFormat_ format, uint32_t width, uint32_t height);
 
 /// Bytes from one row to the next: 0 when format is 0, else
 /// (bytesPerPixel * width) mod 2^32 + paddingX.
-size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX);
+ZTI_API size_t getRowStride(PfncFormat_ format, uint32_t width, int64_t paddingX);
 
 /// Bytes the rows of an image span from its first byte: every row but the last at `stride`,
 /// the last one only its `rowBytes` of pixels, without padding. 0 when `height` or `rowBytes`
 /// is 0; UINT64_MAX when the sum does not fit 64 bits. Pure; callable from any thread.
-uint64_t getSpannedByteCount(uint64_t rowBytes, uint64_t stride, uint64_t height);
+ZTI_API uint64_t getSpannedByteCount(uint64_t rowBytes, uint64_t stride, uint64_t height);
 
 /// How the samples of a format lie in memory.
 enum class PixelPacking : uint8_t {
@@ -80,7 +81,7 @@ struct PixelFormatInfo {
 
 /// The description of `code`, or null when the library does not know the code. Pure;
 /// callable from any thread.
-const PixelFormatInfo* getPixelFormatInfo(PfncFormat_ code);
+ZTI_API const PixelFormatInfo* getPixelFormatInfo(PfncFormat_ code);
 
 /// The table of known formats, in the order of the library's format list.
 struct PixelFormatRange {
@@ -90,17 +91,17 @@ struct PixelFormatRange {
     const PixelFormatInfo* end() const { return last; }
     size_t size() const { return static_cast<size_t>(last - first); }
 };
-PixelFormatRange getPixelFormats();
+ZTI_API PixelFormatRange getPixelFormats();
 
 /// PFNC name of a code, or null when the code has no name in the library.
-const char* getPixelFormatName(PfncFormat_ format);
+ZTI_API const char* getPixelFormatName(PfncFormat_ format);
 
 /// How messages name a format: its PFNC name, or its code as "0x" and eight hexadecimal digits
 /// when it has no name ("BayerRG12p", "0x0104010D").
-std::string getPixelFormatLabel(PfncFormat_ format);
+ZTI_API std::string getPixelFormatLabel(PfncFormat_ format);
 
 /// Code of a PFNC name, compared without regard to case ("bayerrg12p" finds BayerRG12p);
 /// 0 when the name is unknown.
-PfncFormat_ findPixelFormat(const char* name);
+ZTI_API PfncFormat_ findPixelFormat(const char* name);
 
 }  // namespace ZTI

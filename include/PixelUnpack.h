@@ -2,6 +2,7 @@
 #pragma once
 
 #include "PixelFormat.h"
+#include "ZTExport.h"
 
 /// Unpacks n = width x height 10-bit pixels (n taken as a 32-bit signed product; nothing is
 /// done when it is 0 or negative) from `src` into `dst`. The source is one continuous stream
@@ -14,8 +15,8 @@
 /// codes (Mono10Packed, Mono12Packed, Mono10p, Mono12p and their Bayer counterparts), or when
 /// `src` or `dst` is null. The buffers' sizes cannot be checked: the caller provides them.
 /// Pure; callable from any thread.
-void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
-                             unsigned char* dst);
+ZTI_API void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
+                                     unsigned char* dst);
 
 /// Unpacks n = width x height 12-bit pixels from `src` into 16-bit right-aligned values in
 /// host byte order at `dst`, reading pairs of pixels from three bytes b0 b1 b2:
@@ -26,5 +27,5 @@ void unpack10BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned
 /// is not written and keeps what `dst` held. Accepts the same codes as the 10-bit unpacker and
 /// does nothing for others, for n < 2 or for a null `src` or `dst`. Pure; callable from any
 /// thread.
-void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
-                             unsigned char* dst);
+ZTI_API void unpack12BitsPixelBuffer(PfncFormat_ format, int width, int height, unsigned char* src,
+                                     unsigned char* dst);

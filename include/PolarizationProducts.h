@@ -13,6 +13,7 @@
 // destination images may run on several threads at once.
 #pragma once
 
+#include "ZTExport.h"
 #include "ZTImage.h"
 
 namespace ZTI {
@@ -32,25 +33,25 @@ enum PolarizationQuadrant : int {
 
 /// Stokes S0 = (I0 + I45 + I90 + I135) / 2, the total intensity, as Mono8 of the source's
 /// size scaled by 1/2 (0..510 onto 0..255).
-int CreateStokesS0(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateStokesS0(const ZTImage& src, ZTImage& dst);
 
 /// Stokes S1 = I0 - I90 as Mono8 of the source's size: (S1 + 255) / 2, so 128 means 0.
-int CreateStokesS1(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateStokesS1(const ZTImage& src, ZTImage& dst);
 
 /// Stokes S2 = I45 - I135 as Mono8 of the source's size: (S2 + 255) / 2, so 128 means 0.
-int CreateStokesS2(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateStokesS2(const ZTImage& src, ZTImage& dst);
 
 /// Degree of linear polarization sqrt(S1^2 + S2^2) / S0 as Mono8 of the source's size:
 /// 255 x DoLP, so 255 means fully polarized and 0 unpolarized (or black).
-int CreateDolp(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateDolp(const ZTImage& src, ZTImage& dst);
 
 /// Angle of linear polarization atan2(S2, S1) / 2 as Mono8 of the source's size:
 /// 255 (AoLP + pi/2) / pi, so -90 degrees gives 0, 0 degrees 128 and +90 degrees 255.
-int CreateAolp(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateAolp(const ZTImage& src, ZTImage& dst);
 
 /// The least intensity behind any polarizer angle, (S0 - sqrt(S1^2 + S2^2)) / 2, as Mono8 of
 /// the source's size: the frame with its polarized glare filtered out as far as possible.
-int CreateGlareReduced(const ZTImage& src, ZTImage& dst);
+ZTI_API int CreateGlareReduced(const ZTImage& src, ZTImage& dst);
 
 /// A colour map of the degree of linear polarization as RGB8 of the source's size, rows
 /// packed. `low` and `high` are the DoLP range in percent: at or below `low` a pixel has
@@ -61,13 +62,13 @@ int CreateGlareReduced(const ZTImage& src, ZTImage& dst);
 /// For a source format whose conversion to Mono8 fails, the map is made of the converter's
 /// untouched destination (undefined pixels) and 0 is returned. Returns -1, `dst` unchanged,
 /// when the source is invalid or unusable, or when the RGB8 image cannot be allocated.
-int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
-                  unsigned int lowColor, unsigned int highColor);
+ZTI_API int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
+                          unsigned int lowColor, unsigned int highColor);
 
 /// The samples of one polarizer angle as Mono8 of half the source's width and height (rounded
 /// down; an odd last row or column is ignored). Returns -1 with `dst` unchanged for a
 /// `quadrant` outside 0..3 or a source narrower or lower than 2.
-int ExtractPolarQuadrant(const ZTImage& src, ZTImage& dst, PolarizationQuadrant quadrant);
+ZTI_API int ExtractPolarQuadrant(const ZTImage& src, ZTImage& dst, PolarizationQuadrant quadrant);
 
 /// The four planes tiled into one Mono8 image of the source's size: with w and h half the
 /// width and height (rounded down), the 90-degree plane top left, 45 top right (from column
@@ -76,7 +77,7 @@ int ExtractPolarQuadrant(const ZTImage& src, ZTImage& dst, PolarizationQuadrant 
 /// written, and a source narrower or lower than 2 writes nothing. A Mono8 source's rows are
 /// read as if packed too, so give it no row padding. `dst` is reset before the planes are
 /// copied: if that reset fails it returns -1 with `dst` already replaced.
-int ExtractFullPolarQuadrant(const ZTImage& src, ZTImage& dst);
+ZTI_API int ExtractFullPolarQuadrant(const ZTImage& src, ZTImage& dst);
 
 /// The same tiling as ExtractFullPolarQuadrant by plain copying, in the source's own format
 /// and depth, without conversion to Mono8:
@@ -86,6 +87,6 @@ int ExtractFullPolarQuadrant(const ZTImage& src, ZTImage& dst);
 /// treated as words too); for deeper formats and sources narrower or lower than 2 `dst` is only
 /// reset. Returns -1 with `dst` unchanged for an invalid source or one that holds fewer bytes
 /// than its elements span, and -1 after the reset when the destination lacks that memory.
-int extractFullPolarQuadrant(const ZTImage& src, ZTImage& dst);
+ZTI_API int extractFullPolarQuadrant(const ZTImage& src, ZTImage& dst);
 
 }  // namespace ZTI

@@ -31,7 +31,7 @@ enum class PackedLayout {
 /// except that a copy of an image viewing a camera frame views the same frame. The image core
 /// reports no errors: a failed allocation leaves an image that is not valid.
 /// An image must not be used by two threads at once; distinct images may be used freely.
-class ZTImage {
+class ZTI_API ZTImage {
 public:
     class ZTImageImpl;
 

@@ -5,13 +5,14 @@
 #include <memory>
 
 #include "ImageConverter.h"
+#include "ZTExport.h"
 
 namespace ZTI {
 
 /// Converts images into one output format. Remembers the converter of each (destination,
 /// source) pair it has used, and pairs that have none, so a stream of frames creates no
 /// converter after the first. One object must be used by one thread at a time.
-class ZTImageFormatConverter {
+class ZTI_API ZTImageFormatConverter {
 public:
     /// Output format 0 (none) and an empty cache.
     ZTImageFormatConverter();

@@ -102,7 +102,14 @@ TEST(PixelUnpack, RejectedInputWritesNothing) {
         EXPECT_EQ(unpackInto(unpack10BitsPixelBuffer, Mono10p, w, h, src, 32), untouched);
         EXPECT_EQ(unpackInto(unpack12BitsPixelBuffer, Mono12p, w, h, src, 32), untouched);
     }
-    // A null destination is skipped rather than written through.
+    // One 12-bit pixel is half a pair: nothing to unpack.
+    EXPECT_EQ(unpackInto(unpack12BitsPixelBuffer, Mono12p, 1, 1, src, 32), untouched);
+    // A null source is not read (the destination keeps its contents); a null destination is
+    // skipped rather than written through.
+    std::vector<uint16_t> dst = untouched;
+    unpack12BitsPixelBuffer(Mono12p, 8, 4, nullptr, reinterpret_cast<unsigned char*>(dst.data()));
+    unpack10BitsPixelBuffer(Mono10p, 8, 4, nullptr, reinterpret_cast<unsigned char*>(dst.data()));
+    EXPECT_EQ(dst, untouched);
     unpack10BitsPixelBuffer(Mono10p, 8, 4, src.data(), nullptr);
     unpack12BitsPixelBuffer(Mono12p, 8, 4, src.data(), nullptr);
 }

@@ -461,23 +461,6 @@ TEST(Robustness, PolarizationFunctionsReadOnlyWhatExists) {
     EXPECT_EQ(extractFullPolarQuadrant(words.attach(Mono16, 4, 4), dst), -1);
 }
 
-TEST(Robustness, UnpackersWithNothingToDo) {
-    unsigned char src[15] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    uint16_t dst[8] = {};
-    // A null destination, an unaccepted code, and pixel counts of 0, 1 (12-bit) or below 0
-    // write nothing; a null source reads nothing.
-    unpack10BitsPixelBuffer(Mono10p, 4, 2, src, nullptr);
-    unpack12BitsPixelBuffer(Mono8, 4, 2, src, reinterpret_cast<unsigned char*>(dst));
-    unpack10BitsPixelBuffer(Mono10p, 0, 2, src, reinterpret_cast<unsigned char*>(dst));
-    unpack10BitsPixelBuffer(Mono10p, -4, 2, src, reinterpret_cast<unsigned char*>(dst));
-    unpack12BitsPixelBuffer(Mono12p, 1, 1, src, reinterpret_cast<unsigned char*>(dst));
-    unpack12BitsPixelBuffer(Mono12p, 4, 2, nullptr, reinterpret_cast<unsigned char*>(dst));
-    unpack10BitsPixelBuffer(Mono10p, 4, 2, nullptr, reinterpret_cast<unsigned char*>(dst));
-    for (uint16_t v : dst) EXPECT_EQ(v, 0);
-    unpack10BitsPixelBuffer(Mono10p, 4, 2, src, reinterpret_cast<unsigned char*>(dst));
-    for (uint16_t v : dst) EXPECT_EQ(v, 0x3FF);  // and the same call with real buffers works
-}
-
 TEST(Robustness, BufferPoolRefusesWhatCannotExist) {
     ImageBufferPool& pool = ImageBufferPool::getInstance();
     // 64 TiB: more than any machine this runs on can map (and, unlike SIZE_MAX, a size that

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "ZTCameraExport.h"
 #include "ZTGrabResult.h"
 
 namespace ZTI {
@@ -78,7 +79,7 @@ struct ScenePolarization {
 /// Cr = 128 + 0.713 (R - Y), as OpenCV's RGB to YCrCb conversion computes them) in the byte
 /// orders U Y V Y (YUV422_8_UYVY), Y U Y V (YUV422_8, YCbCr422_8), U Y V (YUV8_UYV) and
 /// Y Cb Cr (YCbCr8); 4:2:2 chroma is the mean of the pixel pair's chroma.
-class VirtualCamera {
+class ZTCAMERA_API VirtualCamera {
 public:
     /// True when frames of this PFNC code can be produced.
     static bool supportsFormat(uint32_t pixelType);

@@ -5,11 +5,13 @@
 #include <functional>
 #include <memory>
 
+#include "ZTCameraExport.h"
+
 namespace ZTI {
 
 /// Geometry and pixel memory of one camera frame. Owned by the frame; valid while a
 /// ZTGrabResultPtr holds the frame.
-class ZTGrabResultDataImpl {
+class ZTCAMERA_API ZTGrabResultDataImpl {
 public:
     ZTGrabResultDataImpl(uint32_t pixelType, uint32_t width, uint32_t height, uint32_t paddingX,
                          void* buffer) noexcept;
@@ -32,7 +34,7 @@ private:
 };
 
 /// One grabbed frame: its description and the size of its pixel data.
-class ZTGrabResultData {
+class ZTCAMERA_API ZTGrabResultData {
 public:
     ZTGrabResultData(const ZTGrabResultDataImpl& impl, uint64_t imageSize,
                      std::function<void()> onRelease);
@@ -57,7 +59,7 @@ private:
 /// handed back to the camera) when the last handle drops it. Reference counting is atomic,
 /// so handles of one frame may be copied and dropped on different threads; one handle
 /// object must not be modified by two threads at once.
-class ZTGrabResultPtr {
+class ZTCAMERA_API ZTGrabResultPtr {
 public:
     /// An empty handle.
     ZTGrabResultPtr() noexcept = default;
@@ -80,8 +82,8 @@ private:
 /// Makes a frame that views `buffer` (imageSize bytes; 0 when unknown) without copying it.
 /// `onRelease` is called exactly once, on the thread that drops the last handle, and must not
 /// throw. Safe to call from any thread.
-ZTGrabResultPtr createGrabResult(uint32_t pixelType, uint32_t width, uint32_t height,
-                                 uint32_t paddingX, void* buffer, uint64_t imageSize,
-                                 std::function<void()> onRelease = nullptr);
+ZTCAMERA_API ZTGrabResultPtr createGrabResult(uint32_t pixelType, uint32_t width, uint32_t height,
+                                              uint32_t paddingX, void* buffer, uint64_t imageSize,
+                                              std::function<void()> onRelease = nullptr);
 
 }  // namespace ZTI

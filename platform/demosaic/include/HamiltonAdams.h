@@ -1,6 +1,8 @@
 // Bayer demosaicing by Hamilton-Adams adaptive colour-plane interpolation.
 #pragma once
 
+#include "DemosaicExport.h"
+
 /// Demosaics one Bayer frame into interleaved RGB with the Hamilton-Adams method: green is
 /// interpolated at red and blue sites along the direction (horizontal, vertical, or both when
 /// they tie) of smaller gradient-plus-Laplacian activity, with a Laplacian correction; red and
@@ -25,5 +27,5 @@
 /// `cols` bytes above (std::bad_alloc if that fails), and keeps no global state: calls may run
 /// concurrently from several threads. Samples up to 12 bits are processed in 16-bit lanes,
 /// deeper ones in 32-bit lanes at about half the speed; the results do not depend on that.
-void HamiltonAdams(unsigned short* in, unsigned short* out, int rows, int cols, int bitDepth,
-                   const char* pattern);
+DEMOSAIC_API void HamiltonAdams(unsigned short* in, unsigned short* out, int rows, int cols, int bitDepth,
+                                const char* pattern);

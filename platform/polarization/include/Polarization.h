@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "PolarizationExport.h"
+
 #include <opencv2/core/mat.hpp>
 
 namespace pol {
@@ -77,38 +79,38 @@ struct HeatmapOption {
 // samples, edges replicated.
 
 /// S0 = (I0 + I45 + I90 + I135) / 2, total intensity: kStokesS0 float image of the mosaic's size.
-void CreateStokesS0(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateStokesS0(const ImageInfo& in, ImageInfo& out);
 /// S1 = I0 - I90: kStokesS1 float image of the mosaic's size.
-void CreateStokesS1(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateStokesS1(const ImageInfo& in, ImageInfo& out);
 /// S2 = I45 - I135: kStokesS2 float image of the mosaic's size.
-void CreateStokesS2(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateStokesS2(const ImageInfo& in, ImageInfo& out);
 /// DoLP = sqrt(S1^2 + S2^2) / S0, clipped to [0, 1] and 0 where S0 is 0: kDolp float image.
-void CreateDOLP(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateDOLP(const ImageInfo& in, ImageInfo& out);
 /// AoLP = atan2(S2, S1) / 2 in radians, (-pi/2, pi/2]: kAolp float image. Accurate to about
 /// 1e-6 rad; 0 where S1 and S2 are both 0.
-void CreateAOLP(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateAOLP(const ImageInfo& in, ImageInfo& out);
 
 /// Scales a product to 8 bits by its kind: S0 -> S0 / 2; S1, S2 -> (v + 255) / 2;
 /// DoLP -> 255 v; AoLP -> 255 (v + pi/2) / pi; a kMono8 image is copied. Rounded to nearest
 /// (ties to even) and saturated to 0..255; rows packed; kind kMono8. Any size from 1 x 1.
-void ConvertTo8BPP(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void ConvertTo8BPP(const ImageInfo& in, ImageInfo& out);
 
 /// The least intensity over all polarizer angles, (S0 - sqrt(S1^2 + S2^2)) / 2, rounded and
 /// saturated: kMono8 image of the mosaic's size, rows packed.
-void CreateGlareReduced(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void CreateGlareReduced(const ImageInfo& in, ImageInfo& out);
 
 /// Colours every pixel by its DoLP in percent (see HeatmapOption): kRgb8 image of the input's
 /// size whose stride is 3 x width rounded up to a multiple of 16 bytes, so rows may be padded.
 /// With `flag` false the input is a kMono8 DoLP image of any size from 1 x 1.
-void ApplyHeatmap(const ImageInfo& in, ImageInfo& out, const HeatmapOption& option);
+POLARIZATION_API void ApplyHeatmap(const ImageInfo& in, ImageInfo& out, const HeatmapOption& option);
 
 /// The 0-degree samples, (2r + 1, 2c + 1) of the mosaic: kMono8, width/2 x height/2, packed.
-void ExtractPolarQuadrantI0(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void ExtractPolarQuadrantI0(const ImageInfo& in, ImageInfo& out);
 /// The 45-degree samples, (2r, 2c + 1) of the mosaic: kMono8, width/2 x height/2, packed.
-void ExtractPolarQuadrantI45(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void ExtractPolarQuadrantI45(const ImageInfo& in, ImageInfo& out);
 /// The 90-degree samples, (2r, 2c) of the mosaic: kMono8, width/2 x height/2, packed.
-void ExtractPolarQuadrantI90(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void ExtractPolarQuadrantI90(const ImageInfo& in, ImageInfo& out);
 /// The 135-degree samples, (2r + 1, 2c) of the mosaic: kMono8, width/2 x height/2, packed.
-void ExtractPolarQuadrantI135(const ImageInfo& in, ImageInfo& out);
+POLARIZATION_API void ExtractPolarQuadrantI135(const ImageInfo& in, ImageInfo& out);
 
 }  // namespace pol
