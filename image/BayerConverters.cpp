@@ -95,12 +95,19 @@ int bandRows(int width) {
     return static_cast<int>(std::max<size_t>(16, kBandBytes / std::max<size_t>(rowBytes, 1)));
 }
 
+// Demosaics rows firstRow .. firstRow + band.rows - 1 of the frame into `band` (CV_16UC3, those
+// rows only, continuous). The one call of the demosaic library: another method plugs in here,
+// and one without a band entry can demosaic the whole frame once and hand out its rows.
+void demosaicRows(const MosaicSamples& mosaic, const std::string& pattern, int firstRow, cv::Mat& band) {
+    HamiltonAdamsRows(mosaic.samples(), reinterpret_cast<uint16_t*>(band.data), mosaic.height(), mosaic.width(),
+                      static_cast<int>(mosaic.depth()), pattern.c_str(), firstRow, band.rows);
+}
+
 // Demosaics the frame band by band and calls use(band, firstRow) with each band (CV_16UC3, its
 // rows only) right after it is written. With a `frame` (height x width, CV_16UC3) the bands
 // are its rows and the whole demosaiced frame remains; without, every band reuses one buffer
 // and the 16-bit frame never reaches memory. The last band takes the rows left over, so no
 // band is shorter than the others and every band holds at least 16 rows or the whole frame.
-// This is the one place that calls the demosaic library.
 template <class Use>
 void demosaicBands(const MosaicSamples& mosaic, const std::string& pattern, cv::Mat* frame, Use use) {
     const int width = mosaic.width(), height = mosaic.height();
@@ -109,8 +116,7 @@ void demosaicBands(const MosaicSamples& mosaic, const std::string& pattern, cv::
     for (int y = 0; y < height;) {
         const int rows = height - y < 2 * step ? height - y : step;
         cv::Mat band = frame ? frame->rowRange(y, y + rows) : buffer.mat().rowRange(0, rows);
-        HamiltonAdamsRows(mosaic.samples(), reinterpret_cast<uint16_t*>(band.data), height, width,
-                          static_cast<int>(mosaic.depth()), pattern.c_str(), y, rows);
+        demosaicRows(mosaic, pattern, y, band);
         use(band, y);
         y += rows;
     }
