@@ -1,10 +1,12 @@
 // Whole Bayer conversions through the front end, against HamiltonAdams alone and against
 // OpenCV's 16-bit edge-aware conversion of the same frame, on one thread, 2448 x 2048.
 //
-// Each iteration runs the three in turn on the same frame. Counters:
-//   vs_HA       conversion time / HamiltonAdams alone on the same samples (goal: at most 1.4,
-//               i.e. widening, statistics and scaling cost under 40 % on top)
-//   HA_vs_EA    HamiltonAdams / OpenCV EA 16-bit (goal: at most 1.2)
+// Each iteration runs the three in turn on the same frame (the scene's range triggers the
+// stretch of the default policy at 10 bits and more). Counters:
+//   vs_HA       conversion time / HamiltonAdams alone on the same samples (goals: at most 1.3
+//               for 12-bit sources, where the grey statistics and the scaling come on top; at
+//               most 1.15 for 8-bit ones, widened and scaled by a fixed gain)
+//   HA_vs_EA    HamiltonAdams / OpenCV EA 16-bit
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -12,8 +14,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <string>
 #include <vector>
 
+#include "Goals.h"
 #include "HamiltonAdams.h"
 #include "ZTImageLib.h"
 
@@ -49,7 +53,7 @@ cv::Mat scene(int bits) {
     return raw;
 }
 
-void compare(benchmark::State& state, PfncFormat_ source) {
+void compare(benchmark::State& state, PfncFormat_ source, PfncFormat_ target, double goal) {
     cv::setNumThreads(1);
     const int bits = static_cast<int>(getBitsPerChannel(source));
     const cv::Mat raw = scene(bits);
@@ -67,7 +71,7 @@ void compare(benchmark::State& state, PfncFormat_ source) {
     cv::Mat haOut(kHeight, kWidth, CV_16UC3), eaOut;
 
     ZTImageFormatConverter converter;
-    converter.setOutputFormat(RGB8);
+    converter.setOutputFormat(target);
     ZTImage dst;
     converter.convert(dst, src);
 
@@ -94,13 +98,18 @@ void compare(benchmark::State& state, PfncFormat_ source) {
     state.counters["EA16_ms"] = 1e3 * eaTime / n;
     state.counters["vs_HA"] = convertTime / haTime;
     state.counters["HA_vs_EA"] = haTime / eaTime;
+    bench::recordGoal(std::string(target == RGB8 ? "RGB8" : "Mono8") + " <- " + (bits == 8 ? "BayerRG8" : "BayerRG12") +
+                          " / HamiltonAdams alone, 2448 x 2048",
+                      convertTime / haTime, "<=", goal);
 }
 
-void RGB8_from_BayerRG8(benchmark::State& s) { compare(s, BayerRG8); }
-void RGB8_from_BayerRG12(benchmark::State& s) { compare(s, BayerRG12); }
+void RGB8_from_BayerRG8(benchmark::State& s) { compare(s, BayerRG8, RGB8, 1.15); }
+void RGB8_from_BayerRG12(benchmark::State& s) { compare(s, BayerRG12, RGB8, 1.3); }
+void Mono8_from_BayerRG12(benchmark::State& s) { compare(s, BayerRG12, Mono8, 1.3); }
 
 }  // namespace
 
 BENCHMARK(RGB8_from_BayerRG8)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(RGB8_from_BayerRG12)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK_MAIN();
+BENCHMARK(Mono8_from_BayerRG12)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK_MAIN_WITH_GOALS();

@@ -12,6 +12,8 @@
 //   vs_opencv      composition time / library time (goal: at least 1)
 //   max_diff       largest difference of an output byte between the two (goal: at most 1)
 //   diff_ppm       output bytes that differ, per million
+// The AngleAndHeatmapVsDolp row times AoLP and the heat map against DoLP in the same iterations
+// (goals: AoLP at most 1.5 times DoLP's time, the heat map at most 2 times).
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -20,6 +22,7 @@
 #include <cmath>
 #include <functional>
 
+#include "Goals.h"
 #include "PolarizationProducts.h"
 #include "ZTImageLib.h"
 
@@ -203,6 +206,32 @@ void Heatmap(benchmark::State& s) {
     compare(s, [](const ZTImage& src, ZTImage& dst) { return CreateHeatmap(src, dst, kLow, kHigh, kLowColor, kHighColor); },
             &Composition::outHeatmap);
 }
+// DoLP, AoLP and the heat map of the same mosaic in turn, each iteration, so that all three
+// meet the same cache, clock and load.
+void AngleAndHeatmapVsDolp(benchmark::State& state) {
+    cv::setNumThreads(1);
+    ZTImage mosaic = ZTImage::create(Mono8, kWidth, kHeight);
+    cv::randu(cv::Mat(kHeight, kWidth, CV_8U, mosaic.getBuffer(), mosaic.getStride()), 0, 256);
+    ZTImage dolp, aolp, heatmap;
+    double dolpTime = 0, aolpTime = 0, heatmapTime = 0;
+    for (auto _ : state) {
+        const auto t0 = Clock::now();
+        CreateDolp(mosaic, dolp);
+        const auto t1 = Clock::now();
+        CreateAolp(mosaic, aolp);
+        const auto t2 = Clock::now();
+        CreateHeatmap(mosaic, heatmap, kLow, kHigh, kLowColor, kHighColor);
+        const auto t3 = Clock::now();
+        dolpTime += std::chrono::duration<double>(t1 - t0).count();
+        aolpTime += std::chrono::duration<double>(t2 - t1).count();
+        heatmapTime += std::chrono::duration<double>(t3 - t2).count();
+    }
+    state.counters["dolp_ms"] = 1e3 * dolpTime / state.iterations();
+    state.counters["aolp_vs_dolp"] = aolpTime / dolpTime;
+    state.counters["heatmap_vs_dolp"] = heatmapTime / dolpTime;
+    bench::recordGoal("AoLP / DoLP, 2448 x 2048", aolpTime / dolpTime, "<=", 1.5);
+    bench::recordGoal("heat map / DoLP, 2448 x 2048", heatmapTime / dolpTime, "<=", 2.0);
+}
 void PolarQuadrant(benchmark::State& s) {
     compare(s, [](const ZTImage& src, ZTImage& dst) { return ExtractPolarQuadrant(src, dst, PolarQuadrantI45); },
             &Composition::outPlane);
@@ -219,7 +248,8 @@ BENCHMARK(Dolp)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(Aolp)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(GlareReduced)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(Heatmap)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(AngleAndHeatmapVsDolp)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(PolarQuadrant)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(FullPolarQuadrant)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(FullPolarQuadrantByCopy)->Unit(benchmark::kMillisecond)->MinTime(1.0);
-BENCHMARK_MAIN();
+BENCHMARK_MAIN_WITH_GOALS();

@@ -81,6 +81,67 @@ ZT_LANE_INLINE U16x8 widenHigh(U8x16 v) {
                                           31);
 }
 
+// Splits 24 interleaved samples a0 b0 c0 a1 b1 c1 ... (three vectors) into the vectors of
+// their a, b and c samples. Three rounds of the same shuffle, each interleaving the low half
+// of one vector with the high half of another, undo the stride of three (punpcklwd with
+// punpckhqdq on SSE2, table lookups on NEON).
+ZT_LANE_INLINE void deinterleave3(U16x8& v0, U16x8& v1, U16x8& v2) {
+    for (int round = 0; round < 3; ++round) {
+        const U16x8 t0 = __builtin_shufflevector(v0, v1, 0, 12, 1, 13, 2, 14, 3, 15);
+        const U16x8 t1 = __builtin_shufflevector(v0, v2, 4, 8, 5, 9, 6, 10, 7, 11);
+        const U16x8 t2 = __builtin_shufflevector(v1, v2, 0, 12, 1, 13, 2, 14, 3, 15);
+        v0 = t0;
+        v1 = t1;
+        v2 = t2;
+    }
+}
+
+// (a w0 + b w1 + c w2 + 2^14) >> 15 per lane, exactly, for weights w0 + w1 + w2 = 2^15 (so
+// the result fits 16 bits). SSE2 has no unsigned 16 x 16-bit multiply-add: the samples are
+// offset by -2^15 into signed lanes (flipping their top bit), pmaddwd sums the pairs (a, b)
+// and (c, 1) with the weights (w0, w1) and (w2, 2^14), and the offsets, 2^15 x 2^15 in all,
+// cancel against the -2^15 that the signed narrowing needs, flipped back at the end. NEON
+// multiplies and accumulates unsigned lanes directly (umull, umlal, shrn).
+ZT_LANE_INLINE U16x8 weightedSum3(U16x8 a, U16x8 b, U16x8 c, uint16_t w0, uint16_t w1, uint16_t w2) {
+#if defined(__SSE2__)
+    const __m128i flip = _mm_set1_epi16(static_cast<short>(0x8000));
+    const __m128i sa = _mm_xor_si128((__m128i)a, flip), sb = _mm_xor_si128((__m128i)b, flip);
+    const __m128i sc = _mm_xor_si128((__m128i)c, flip), one = _mm_set1_epi16(1);
+    const __m128i wab = _mm_set1_epi32(static_cast<int>(uint32_t{w1} << 16 | w0));
+    const __m128i wc = _mm_set1_epi32(static_cast<int>(uint32_t{16384} << 16 | w2));
+    const __m128i low = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(sa, sb), wab),
+                                      _mm_madd_epi16(_mm_unpacklo_epi16(sc, one), wc));
+    const __m128i high = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(sa, sb), wab),
+                                       _mm_madd_epi16(_mm_unpackhi_epi16(sc, one), wc));
+    return (U16x8)_mm_xor_si128(_mm_packs_epi32(_mm_srai_epi32(low, 15), _mm_srai_epi32(high, 15)), flip);
+#else
+    uint32x4_t low = vmlal_n_u16(vmlal_n_u16(vmull_n_u16(vget_low_u16(a), w0), vget_low_u16(b), w1),
+                                 vget_low_u16(c), w2);
+    uint32x4_t high = vmlal_high_n_u16(vmlal_high_n_u16(vmull_high_n_u16(a, w0), b, w1), c, w2);
+    const uint32x4_t half = vdupq_n_u32(16384);
+    low = vaddq_u32(low, half);
+    high = vaddq_u32(high, half);
+    return vcombine_u16(vshrn_n_u32(low, 15), vshrn_n_u32(high, 15));
+#endif
+}
+
+// Lane-wise unsigned minimum and maximum (SSE2 has them for bytes only: a - (a -sat b) and
+// b + (a -sat b), sharing the saturating difference).
+ZT_LANE_INLINE U16x8 min(U16x8 a, U16x8 b) {
+#if defined(__SSE2__)
+    return a - subSat(a, b);
+#else
+    return vminq_u16(a, b);
+#endif
+}
+ZT_LANE_INLINE U16x8 max(U16x8 a, U16x8 b) {
+#if defined(__SSE2__)
+    return b + subSat(a, b);
+#else
+    return vmaxq_u16(a, b);
+#endif
+}
+
 // Each pair of 16-bit lanes (first, second) as first x m0 + second x m1 in a 32-bit lane, for
 // lanes and multipliers below 2^15: one multiply-add on SSE2 (pmaddwd), two on NEON.
 ZT_LANE_INLINE U32x4 multiplyAddPairs(U16x8 v, uint16_t m0, uint16_t m1) {

@@ -2,14 +2,19 @@
 // and maximum, the range policy, and the input handling (widening, padding, tiny frames).
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "BayerWidening.h"
+#include "GreyLevels.h"
 #include "HamiltonAdams.h"
+#include "VirtualCamera.h"
 #include "ImageConverterFactory.h"
 #include "QualityDemosaic.h"
 #include "ZTImageFormatConverter.h"
@@ -60,6 +65,38 @@ ZTImage convertTo(PfncFormat_ target, const ZTImage& src, DemosaicMethod method 
     ZTImage dst;
     EXPECT_EQ(converter.convert(dst, src), 0);
     return dst;
+}
+
+// What the converters compute, spelt out with OpenCV's own calls on the whole frame: demosaic,
+// cvtColor to grey, minMaxLoc, then one convertTo of the grey (mono) or of the colour frame with
+// the gain of the default policy (a stretch of a range above a quarter of the input scale when
+// the depth changes or the destination is mono; 1/257 or 1 at equal depths).
+cv::Mat referenceConversion(const ZTImage& src, PfncFormat_ dst, const char* pattern) {
+    const int width = static_cast<int>(src.getWidth()), height = static_cast<int>(src.getHeight());
+    const unsigned s = getBitsPerChannel(src.getPixelType()), d = getBitsPerChannel(dst);
+    cv::Mat input;
+    if (s > 8) cv::Mat(height, width, CV_16UC1, const_cast<unsigned char*>(src.getBuffer())).copyTo(input);
+    else cv::Mat(height, width, CV_8UC1, const_cast<unsigned char*>(src.getBuffer())).convertTo(input, CV_16U, 257.0);
+    const int inDepth = s > 8 ? static_cast<int>(s) : 16;
+    cv::Mat colour(height, width, CV_16UC3), grey;
+    HamiltonAdams(reinterpret_cast<unsigned short*>(input.data), reinterpret_cast<unsigned short*>(colour.data), height,
+                  width, inDepth, pattern);
+    const bool mono = getBitsPerPixel(dst) == d;
+    cv::cvtColor(colour, grey, mono ? cv::COLOR_BGR2GRAY : cv::COLOR_RGB2GRAY);
+    double min = 0, max = 0;
+    cv::minMaxLoc(grey, &min, &max);
+    const double inMax = (1 << inDepth) - 1.0, dstMax = (1 << d) - 1.0;
+    double alpha = s <= 8 ? 1.0 / 257.0 : 1.0, beta = 0;
+    if (mono || s != d) {
+        alpha = dstMax / inMax;
+        if (max - min > 0.25 * inMax && max > min) {
+            alpha = std::min(dstMax / (max - min), 4.0);
+            beta = -(min * alpha);
+        }
+    }
+    cv::Mat out;
+    (mono ? grey : colour).convertTo(out, d > 8 ? CV_16U : CV_8U, alpha, beta);
+    return out;
 }
 
 struct ScalingCase {
@@ -268,4 +305,77 @@ TEST(BayerConversion, RegistryHasBothClassesForEveryBayerPair) {
     EXPECT_EQ(mono, 36);
     EXPECT_EQ(factory.createConverter(RGB10, BayerRG12), nullptr);  // depths must match
     EXPECT_EQ(factory.createConverter(RGB16, BayerRG8), nullptr);
+}
+
+// The grey levels equal OpenCV's 16-bit colour-to-grey conversion in both channel orders: every
+// value of each channel against random values of the other two, and random pixels.
+TEST(BayerConversion, GreyLevelsEqualOpenCvForEveryChannelValue) {
+    std::mt19937 rng(1);
+    const int n = 3 * 65536 + 4099;  // not a multiple of the vector width: the scalar tail too
+    cv::Mat colour(1, n, CV_16UC3);
+    auto* samples = reinterpret_cast<uint16_t*>(colour.data);
+    for (int i = 0; i < n; ++i)
+        for (int ch = 0; ch < 3; ++ch) samples[3 * i + ch] = static_cast<uint16_t>(rng());
+    for (int v = 0; v < 65536; ++v)
+        for (int ch = 0; ch < 3; ++ch) samples[3 * (ch * 65536 + v) + ch] = static_cast<uint16_t>(v);
+    for (bool rgb : {true, false}) {
+        cv::Mat expected, grey(1, n, CV_16UC1);
+        cv::cvtColor(colour, expected, rgb ? cv::COLOR_RGB2GRAY : cv::COLOR_BGR2GRAY);
+        GreyRange range;
+        greyLevels<true>(samples, static_cast<size_t>(n), rgb ? kGreyOfRgb : kGreyOfBgr,
+                         reinterpret_cast<uint16_t*>(grey.data), range);
+        ASSERT_EQ(cv::countNonZero(grey != expected), 0) << (rgb ? "RGB" : "BGR");
+        double min = 0, max = 0;
+        cv::minMaxLoc(expected, &min, &max);
+        EXPECT_EQ(range.min, min);
+        EXPECT_EQ(range.max, max);
+    }
+}
+
+// Whole conversions against the same steps done by OpenCV on the whole frame, on random and
+// natural frames (the virtual camera's colour scene) at every depth and pattern. The frames are
+// wide enough to be converted in several bands of rows, the last one longer than the others.
+TEST(BayerConversion, ConversionsEqualOpenCvOnTheWholeFrame) {
+    const PfncFormat_ formats[][4] = {{BayerGR8, BayerRG8, BayerGB8, BayerBG8},
+                                      {BayerGR10, BayerRG10, BayerGB10, BayerBG10},
+                                      {BayerGR12, BayerRG12, BayerGB12, BayerBG12},
+                                      {BayerGR16, BayerRG16, BayerGB16, BayerBG16}};
+    const char* patterns[] = {"GRBG", "RGGB", "GBRG", "BGGR"};
+    const unsigned width = 2050, height = 71;  // 16-row bands at this width: 16, 16, 16, 23
+    std::mt19937 rng(9);
+    for (const auto& depth : formats)
+        for (int p = 0; p < 4; ++p)
+            for (bool natural : {false, true}) {
+                const PfncFormat_ format = depth[p];
+                const unsigned bits = getBitsPerChannel(format);
+                ZTImage src = ZTImage::create(format, width, height);
+                std::unique_ptr<VirtualCamera> camera;
+                if (natural) {
+                    VirtualCameraConfig config;
+                    config.width = width;
+                    config.height = height;
+                    config.pixelType = format;
+                    camera = VirtualCamera::open(config);
+                    ASSERT_TRUE(camera);
+                }
+                for (unsigned y = 0; y < height; ++y)
+                    for (unsigned x = 0; x < width; ++x) {
+                        // Random frames keep a margin below full scale, so that the stretch applies.
+                        const unsigned v = natural ? camera->expectedSample(0, x, y, 0) : rng() % (1u << bits) * 7 / 8;
+                        unsigned char* row = src.getBuffer() + y * src.getStride();
+                        if (bits > 8) reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(v);
+                        else row[x] = static_cast<uint8_t>(v);
+                    }
+                std::vector<PfncFormat_> targets = {RGB8, Mono8};
+                if (bits > 8) targets.insert(targets.end(), {RGB16, Mono16});
+                for (PfncFormat_ target : targets) {
+                    const ZTImage out = convertTo(target, src);
+                    const cv::Mat expected = referenceConversion(src, target, patterns[p]);
+                    const cv::Mat actual(expected.rows, expected.cols, expected.type(),
+                                         const_cast<unsigned char*>(out.getBuffer()), out.getStride());
+                    ASSERT_EQ(cv::norm(actual, expected, cv::NORM_INF), 0)
+                        << patterns[p] << ' ' << bits << " bits, " << (natural ? "scene" : "random") << " -> "
+                        << getBitsPerPixel(target) << " bits per pixel";
+                }
+            }
 }

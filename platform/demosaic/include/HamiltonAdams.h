@@ -29,3 +29,21 @@
 /// deeper ones in 32-bit lanes at about half the speed; the results do not depend on that.
 DEMOSAIC_API void HamiltonAdams(unsigned short* in, unsigned short* out, int rows, int cols, int bitDepth,
                                 const char* pattern);
+
+/// Demosaics the band of output rows `firstRow` .. `firstRow + rowCount - 1` of the frame that
+/// `in` holds, exactly as `HamiltonAdams` computes those rows of the whole frame (the rows
+/// around the band are read as far as the interpolation reaches, and mirrored at the frame's
+/// edges as there). Lets a caller process a frame band by band while each band is in cache.
+///
+/// - `in`, `rows`, `cols`, `bitDepth`, `pattern`: the whole frame, as for `HamiltonAdams`.
+/// - `out`: caller-allocated, `rowCount` x `cols` x 3 samples, the band's rows only, packed.
+///   Filled with zeros for an invalid pattern or bit depth.
+/// - `rowCount` below 1, or an empty frame, writes and reads nothing.
+///
+/// A band outside the frame (`firstRow` < 0 or `firstRow + rowCount` > `rows`) or a null
+/// buffer with a non-empty band is a programming error and aborts the process. Each call
+/// allocates its own working rows (as `HamiltonAdams`) and recomputes up to three rows above
+/// the band, so bands of 16 rows or more keep that overhead small. Calls may run concurrently.
+DEMOSAIC_API void HamiltonAdamsRows(const unsigned short* in, unsigned short* out, int rows,
+                                    int cols, int bitDepth, const char* pattern, int firstRow,
+                                    int rowCount);

@@ -305,11 +305,15 @@ public:
     {
     }
 
-    void run()
+    // Writes output rows first .. first + count - 1 to out_, which holds those rows only. The
+    // rows above the band are recomputed as far as the band needs them (the interpolated green
+    // of row first - 1 and the mosaic rows it reads), so a band equals the same rows of a whole
+    // frame.
+    void run(int first, int count)
     {
-        int split = 0;
-        int greened = 0;
-        for (int y = 0; y < rows_; ++y) {
+        int greened = first > 0 ? first - 1 : 0;
+        int split = greened > 2 ? greened - 2 : 0;
+        for (int y = first; y < first + count; ++y) {
             const int greenNeeded = y + 1 < rows_ ? y + 1 : rows_ - 1;
             while (greened <= greenNeeded) {
                 const int mosaicNeeded = greened + 2 < rows_ ? greened + 2 : rows_ - 1;
@@ -326,10 +330,9 @@ public:
             // prefetchers stop, so without this every row starts with cache misses.
             if (split < rows_)
                 prefetch<0>(in_ + static_cast<size_t>(split) * cols_, cols_);
-            if (y + 1 < rows_)
-                prefetch<1>(out_ + (static_cast<size_t>(y) + 1) * cols_ * 3,
-                            static_cast<size_t>(cols_) * 3);
-            interpolateChroma(y);
+            if (y + 1 < first + count)
+                prefetch<1>(outRow(y + 1 - first), static_cast<size_t>(cols_) * 3);
+            interpolateChroma(y, outRow(y - first));
         }
     }
 
@@ -366,7 +369,9 @@ private:
         mirrorBorders(diff(r), c, cols_, halfLen_);
     }
 
-    void interpolateChroma(int y)
+    uint16_t* outRow(int bandRow) { return out_ + static_cast<size_t>(bandRow) * cols_ * 3; }
+
+    void interpolateChroma(int y, uint16_t* out)
     {
         const int c = phase_.colourCol[y & 1];
         const int up = mirror(y - 1, rows_);
@@ -394,7 +399,7 @@ private:
         const int blue = 2 - red;
         writeRow(planes[0][red] + kPad, planes[0][1] + kPad, planes[0][blue] + kPad,
                  planes[1][red] + kPad, planes[1][1] + kPad, planes[1][blue] + kPad,
-                 pairs_.data(), cols_ + 1, out_ + static_cast<size_t>(y) * cols_ * 3, cols_);
+                 pairs_.data(), cols_ + 1, out, cols_);
     }
 
     const uint16_t* in_;
@@ -415,23 +420,39 @@ private:
     std::abort();
 }
 
+// Checks the arguments shared by both entry points and runs the band; a frame of no rows or
+// columns touches nothing.
+void demosaicRows(const uint16_t* in, uint16_t* out, int rows, int cols, int bitDepth,
+                  const char* pattern, int firstRow, int rowCount)
+{
+    if (rows < 1 || cols < 1 || rowCount < 1)
+        return;
+    if (in == nullptr || out == nullptr)
+        fail(in == nullptr ? "null input buffer" : "null output buffer");
+    if (firstRow < 0 || firstRow > rows - rowCount)
+        fail("band outside the frame");
+    Phase phase;
+    if (bitDepth < 1 || bitDepth > 16 || !resolvePattern(pattern, phase)) {
+        std::memset(out, 0, static_cast<size_t>(rowCount) * cols * 3 * sizeof *out);
+        return;
+    }
+    const int maxValue = (1 << bitDepth) - 1;
+    if (bitDepth <= kMaxNarrowBits)
+        Demosaicer<int16_t>(in, out, rows, cols, maxValue, phase).run(firstRow, rowCount);
+    else
+        Demosaicer<int32_t>(in, out, rows, cols, maxValue, phase).run(firstRow, rowCount);
+}
+
 }  // namespace
 
 void HamiltonAdams(unsigned short* in, unsigned short* out, int rows, int cols, int bitDepth,
                    const char* pattern)
 {
-    if (rows < 1 || cols < 1)
-        return;
-    if (in == nullptr || out == nullptr)
-        fail(in == nullptr ? "null input buffer" : "null output buffer");
-    Phase phase;
-    if (bitDepth < 1 || bitDepth > 16 || !resolvePattern(pattern, phase)) {
-        std::memset(out, 0, static_cast<size_t>(rows) * cols * 3 * sizeof *out);
-        return;
-    }
-    const int maxValue = (1 << bitDepth) - 1;
-    if (bitDepth <= kMaxNarrowBits)
-        Demosaicer<int16_t>(in, out, rows, cols, maxValue, phase).run();
-    else
-        Demosaicer<int32_t>(in, out, rows, cols, maxValue, phase).run();
+    demosaicRows(in, out, rows, cols, bitDepth, pattern, 0, rows);
+}
+
+void HamiltonAdamsRows(const unsigned short* in, unsigned short* out, int rows, int cols,
+                       int bitDepth, const char* pattern, int firstRow, int rowCount)
+{
+    demosaicRows(in, out, rows, cols, bitDepth, pattern, firstRow, rowCount);
 }

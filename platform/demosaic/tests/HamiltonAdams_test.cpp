@@ -136,4 +136,42 @@ TEST(HamiltonAdams, EdgesAndRampsAreReconstructed)
     }
 }
 
+// Every band of every frame, tiny ones included (where the mirrored rows wrap more than once),
+// must equal the same rows of the whole frame; bands of one row start on either row parity.
+// Both lane widths are covered, and the rows beyond the band are left alone.
+TEST(HamiltonAdams, BandsEqualTheWholeFrame)
+{
+    std::mt19937 rng(5);
+    for (int bits : {12, 16})
+        for (const char* pattern : {"RGGB", "GBRG"})
+            for (int rows : {1, 2, 3, 4, 7, 20})
+                for (int cols : {1, 2, 5, 12}) {
+                    Samples raw(static_cast<size_t>(rows) * cols);
+                    for (auto& v : raw)
+                        v = static_cast<unsigned short>(rng() % (1 << bits));
+                    const Samples whole = demosaic(raw, rows, cols, bits, pattern);
+                    const size_t rowSamples = static_cast<size_t>(cols) * 3;
+                    for (int first = 0; first < rows; ++first)
+                        for (int count = 1; first + count <= rows; ++count) {
+                            Samples band(rowSamples * (count + 1), 0xABCD);
+                            HamiltonAdamsRows(raw.data(), band.data(), rows, cols, bits, pattern, first,
+                                              count);
+                            const Samples expected(whole.begin() + first * rowSamples,
+                                                   whole.begin() + (first + count) * rowSamples);
+                            ASSERT_EQ(Samples(band.begin(), band.end() - rowSamples), expected)
+                                << pattern << ' ' << rows << 'x' << cols << ' ' << bits << " bits, rows "
+                                << first << " + " << count;
+                            ASSERT_TRUE(std::all_of(band.end() - rowSamples, band.end(),
+                                                    [](unsigned short v) { return v == 0xABCD; }));
+                        }
+                }
+}
+
+TEST(HamiltonAdamsDeathTest, BandOutsideTheFrameAborts)
+{
+    Samples raw(4 * 4), out(4 * 4 * 3);
+    EXPECT_DEATH(HamiltonAdamsRows(raw.data(), out.data(), 4, 4, 12, "RGGB", 3, 2), "band outside");
+    EXPECT_DEATH(HamiltonAdamsRows(raw.data(), out.data(), 4, 4, 12, "RGGB", -1, 2), "band outside");
+}
+
 }  // namespace

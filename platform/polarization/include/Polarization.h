@@ -87,7 +87,7 @@ POLARIZATION_API void CreateStokesS2(const ImageInfo& in, ImageInfo& out);
 /// DoLP = sqrt(S1^2 + S2^2) / S0, clipped to [0, 1] and 0 where S0 is 0: kDolp float image.
 POLARIZATION_API void CreateDOLP(const ImageInfo& in, ImageInfo& out);
 /// AoLP = atan2(S2, S1) / 2 in radians, (-pi/2, pi/2]: kAolp float image. Accurate to about
-/// 1e-6 rad; 0 where S1 and S2 are both 0.
+/// 5e-6 rad (an 8-bit angle resolves pi / 255 rad); 0 where S1 and S2 are both 0.
 POLARIZATION_API void CreateAOLP(const ImageInfo& in, ImageInfo& out);
 
 /// Scales a product to 8 bits by its kind: S0 -> S0 / 2; S1, S2 -> (v + 255) / 2;

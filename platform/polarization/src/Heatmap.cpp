@@ -74,16 +74,17 @@ public:
     }
 
     /// Colours a row of DoLP values (fractions 0..1) into the planes r, g and b.
+    /// `along` is scratch for kMaxSegments x width floats.
     void colorRow(const float* dolp, unsigned char* r, unsigned char* g, unsigned char* b,
-                  int width) const {
+                  int width, float* along) const {
         switch (segments_) {
-            case 0: return colorRowWith<0>(dolp, r, g, b, width);
-            case 1: return colorRowWith<1>(dolp, r, g, b, width);
-            case 2: return colorRowWith<2>(dolp, r, g, b, width);
-            case 3: return colorRowWith<3>(dolp, r, g, b, width);
-            case 4: return colorRowWith<4>(dolp, r, g, b, width);
-            case 5: return colorRowWith<5>(dolp, r, g, b, width);
-            default: return colorRowWith<6>(dolp, r, g, b, width);
+            case 0: return colorRowWith<0>(dolp, r, g, b, width, along);
+            case 1: return colorRowWith<1>(dolp, r, g, b, width, along);
+            case 2: return colorRowWith<2>(dolp, r, g, b, width, along);
+            case 3: return colorRowWith<3>(dolp, r, g, b, width, along);
+            case 4: return colorRowWith<4>(dolp, r, g, b, width, along);
+            case 5: return colorRowWith<5>(dolp, r, g, b, width, along);
+            default: return colorRowWith<6>(dolp, r, g, b, width, along);
         }
     }
 
@@ -102,39 +103,52 @@ private:
     // has, and the step or linear choice is made once per row.
     template <int kSegments>
     void colorRowWith(const float* dolp, unsigned char* r, unsigned char* g, unsigned char* b,
-                      int width) const {
+                      int width, float* along) const {
         const float n = static_cast<float>(segments_);
         if (step_) {
             colorRowAs<true, kSegments>(dolp, r, g, b, width, steps_, base_, n,
-                                        static_cast<float>(first_), 0.0f);
+                                        static_cast<float>(first_), 0.0f, along);
         } else {
             // s = (100 dolp - first) n / span as one multiply-add.
             const float gain = static_cast<float>(100.0 * segments_ / span_);
             const float offset = static_cast<float>(-first_ * segments_ / span_);
-            colorRowAs<false, kSegments>(dolp, r, g, b, width, steps_, base_, n, gain, offset);
+            colorRowAs<false, kSegments>(dolp, r, g, b, width, steps_, base_, n, gain, offset,
+                                         along);
         }
     }
 
-    // A static function over copies of the coefficients with one output plane per channel:
-    // the compiler vectorizes the pixel loop only when nothing in it can alias the outputs, it
-    // holds no branch, and its stores are contiguous (interleaved three-byte stores need
-    // shuffles that baseline x86-64 lacks).
+    // Two passes over the row, each a plain loop the compiler vectorizes: the first places
+    // every DoLP on the ramp and stores how far it has passed through each step (one float
+    // plane per step in `along`, kMaxSegments x width), the second sums the steps of one
+    // channel into its byte plane. Done in one loop, the float work of sixteen pixels per byte
+    // vector and the coefficients of every step and channel exceed the vector registers, and
+    // the spills cost more than the arithmetic. The sums are those of channelAt, term by term.
     template <bool kStep, int kSegments>
     static void colorRowAs(const float* __restrict dolp, unsigned char* __restrict r,
                            unsigned char* __restrict g, unsigned char* __restrict b, int width,
-                           const Steps& stepsIn, const float* baseIn, float n, float gain,
-                           float offset) {
-        Steps steps;
-        float base[3];
-        std::copy(&stepsIn[0][0], &stepsIn[0][0] + 3 * kMaxSegments, &steps[0][0]);
-        std::copy(baseIn, baseIn + 3, base);
+                           const Steps& steps, const float* base, float n, float gain,
+                           float offset, float* __restrict along) {
         for (int x = 0; x < width; ++x) {
             // Step: gain is the threshold in percent; linear: s = dolp gain + offset in 0..n.
             const float s = kStep ? (dolp[x] * 100.0f > gain ? n : 0.0f)
                                   : std::min(std::max(dolp[x] * gain + offset, 0.0f), n);
-            r[x] = channelAt<kSegments>(steps, base, 0, s);
-            g[x] = channelAt<kSegments>(steps, base, 1, s);
-            b[x] = channelAt<kSegments>(steps, base, 2, s);
+            for (int k = 0; k < kSegments; ++k)
+                along[k * width + x] = std::min(std::max(s - static_cast<float>(k), 0.0f), 1.0f);
+        }
+        sumSteps<kSegments>(along, width, steps, base[0], 0, r);
+        sumSteps<kSegments>(along, width, steps, base[1], 1, g);
+        sumSteps<kSegments>(along, width, steps, base[2], 2, b);
+    }
+
+    template <int kSegments>
+    static void sumSteps(const float* __restrict along, int width, const Steps& stepsIn, float base,
+                         int ch, unsigned char* __restrict out) {
+        float step[kMaxSegments > 0 ? kMaxSegments : 1] = {};
+        for (int k = 0; k < kSegments; ++k) step[k] = stepsIn[k][ch];
+        for (int x = 0; x < width; ++x) {
+            float v = base;
+            for (int k = 0; k < kSegments; ++k) v += step[k] * along[k * width + x];
+            out[x] = detail::toU8(v);
         }
     }
 
@@ -159,6 +173,7 @@ void heatmapOfMosaic(const ImageInfo& in, const ColorRamp& ramp, cv::Mat& result
     detail::AngleRows rows(in.width);
     // One row of DoLP, then one row per colour channel, interleaved by cv::merge.
     std::vector<float> dolpRow(static_cast<size_t>(in.width));
+    std::vector<float> along(static_cast<size_t>(kMaxSegments) * in.width);
     float* dolp = dolpRow.data();
     cv::Mat planes[3];
     for (cv::Mat& plane : planes) plane.create(1, in.width, CV_8UC1);
@@ -167,7 +182,7 @@ void heatmapOfMosaic(const ImageInfo& in, const ColorRamp& ramp, cv::Mat& result
         detail::productRow(rows, dolp, [](float i0, float i45, float i90, float i135) {
             return detail::degreeOfPolarization(i0, i45, i90, i135);
         });
-        ramp.colorRow(dolp, planes[0].data, planes[1].data, planes[2].data, in.width);
+        ramp.colorRow(dolp, planes[0].data, planes[1].data, planes[2].data, in.width, along.data());
         cv::Mat rgb = result.row(y);
         cv::merge(planes, 3, rgb);
     }
