@@ -49,18 +49,14 @@ ImageBufferPool::~ImageBufferPool() {
 }
 
 unsigned char* ImageBufferPool::acquireBuffer(size_t size) {
-    {
-        // The lock covers the list operation only: a fresh allocation below (and the page
-        // faults of its first use) must not hold up streams on other threads.
-        std::lock_guard<std::mutex> lock(mutex_);
-        // Best fit by size class: the first non-empty list at or above the request. Empty lists
-        // stay in the map (keys are never removed) and are skipped.
-        for (auto it = freeBuffers_.lower_bound(size); it != freeBuffers_.end(); ++it) {
-            if (!it->second.empty()) {
-                unsigned char* buffer = it->second.back();
-                it->second.pop_back();
-                return buffer;
-            }
+    std::lock_guard<std::mutex> lock(mutex_);
+    // Best fit by size class: the first non-empty list at or above the request. Empty lists
+    // stay in the map (keys are never removed) and are skipped.
+    for (auto it = freeBuffers_.lower_bound(size); it != freeBuffers_.end(); ++it) {
+        if (!it->second.empty()) {
+            unsigned char* buffer = it->second.back();
+            it->second.pop_back();
+            return buffer;
         }
     }
     static const size_t pageSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
