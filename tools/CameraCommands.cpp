@@ -24,7 +24,7 @@ const char* const kCamerasHelp =
 
 const char* const kGrabHelp =
     "usage: ztimage grab [--camera ID] [--interface all|gige|usb3|fake] [--format FORMAT]\n"
-    "                    [--width W --height H] [--frames N] [--to FORMAT]\n"
+    "                    [--width W --height H] [--frames N] [--to FORMAT] [--demosaic ha|quality]\n"
     "                    (-o FILE | --out-dir DIR [--ext EXT])\n"
     "\n"
     "Grabs N frames (default 1) from a GenICam camera, reads packed frames by their published\n"
@@ -35,6 +35,8 @@ const char* const kGrabHelp =
     "          directly); default: the first camera found on the interface\n"
     "--format  the camera's pixel format, --width and --height its region; default: the\n"
     "          camera's own settings\n"
+    "--demosaic how Bayer frames are demosaiced for --to: ha (Hamilton-Adams, the default) or\n"
+    "          quality\n"
     "-o        one frame into FILE (N must be 1); --out-dir writes frame-000000.EXT ... into\n"
     "          DIR (EXT default .png)\n";
 
@@ -78,7 +80,7 @@ int runCameras(const Args& argv) {
 
 int runGrab(const Args& argv) {
     const Arguments args(argv, {"--camera", "--interface", "--format", "--width", "--height", "--frames",
-                                "--to", "-o", "--out-dir", "--ext"},
+                                "--to", "-o", "--out-dir", "--ext", "--demosaic"},
                          {});
     if (!args.positional().empty()) throw usageError("grab takes no positional arguments");
     if (args.has("-o") == args.has("--out-dir")) throw usageError("grab needs either -o FILE or --out-dir DIR");
@@ -103,6 +105,7 @@ int runGrab(const Args& argv) {
 
     ZTI::ZTImageFormatConverter converter;
     if (target != 0) converter.setOutputFormat(target);
+    if (args.has("--demosaic")) converter.setDemosaicMethod(parseDemosaicMethod(args.required("--demosaic")));
     Progress progress("grab", frames);
     const auto begin = std::chrono::steady_clock::now();
     for (unsigned i = 0; i < frames; ++i) {

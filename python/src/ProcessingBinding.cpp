@@ -36,9 +36,13 @@ void requireOutputFormat(PfncFormat_ format, const char* function) {
 /// A converter to one output format. The mutex keeps a converter shared by Python threads to
 /// one conversion at a time, as the library requires; it is taken without the GIL.
 struct Converter {
-    explicit Converter(PfncFormat_ format) {
+    explicit Converter(PfncFormat_ format, const std::string& demosaic = "ha") {
         requireOutputFormat(format, "Converter");
         converter.setOutputFormat(format);
+        if (demosaic == "quality")
+            converter.setDemosaicMethod(ZTI::DemosaicMethod::Quality);
+        else if (demosaic != "ha")
+            fail("Converter: unknown demosaic '" + demosaic + "' (\"ha\" or \"quality\")");
     }
     ZTI::ZTImageFormatConverter converter;
     std::mutex mutex;
@@ -278,8 +282,16 @@ A converter remembers the conversions it has made, so a stream of frames through
 sets nothing up after the first frame; with a ``dst`` that already has the result's format and
 size, the conversion writes into dst's memory and allocates nothing. Use one converter per
 thread (a shared one converts one frame at a time).)doc")
-        .def(py::init<PfncFormat_>(), py::arg("format"),
-             "A converter to ``format``. Raises ValueError when no conversion produces that format.")
+        .def(py::init<PfncFormat_, const std::string&>(), py::arg("format"), py::arg("demosaic") = "ha",
+             R"doc(A converter to ``format``. ``demosaic`` chooses how Bayer frames are demosaiced:
+"ha" (Hamilton-Adams, the default) or "quality" (residual interpolation: finer detail and
+colour edges, many times slower); the scaling to the output depth is the same for both.
+Raises ValueError when no conversion produces that format or the demosaic is unknown.)doc")
+        .def_property_readonly("demosaic",
+                               [](const Converter& c) {
+                                   return c.converter.demosaicMethod() == ZTI::DemosaicMethod::Quality ? "quality" : "ha";
+                               },
+                               "The demosaic of Bayer conversions: \"ha\" or \"quality\".")
         .def_property_readonly("format", [](const Converter& c) { return formatObject(c.converter.getOutputFormat()); },
                                "The output format.")
         .def("convert", &convertMethod, py::arg("src"), py::arg("dst") = py::none(),

@@ -39,6 +39,17 @@ def test_converter_reuses_destination_memory(rng):
     np.testing.assert_array_equal(first, frames[1][..., ::-1])
 
 
+def test_quality_demosaic_is_an_opt_in(rng):
+    bayer = zt.Image.from_array(rng.integers(0, 4096, (16, 20), dtype=np.uint16), F.BayerRG12)
+    default, ha, quality = zt.Converter(F.RGB12), zt.Converter(F.RGB12, demosaic="ha"), zt.Converter(F.RGB12, demosaic="quality")
+    assert (default.demosaic, quality.demosaic) == ("ha", "quality")
+    np.testing.assert_array_equal(np.asarray(default.convert(bayer)), np.asarray(ha.convert(bayer)))
+    # Same scaling (RGB12 from BayerRG12 is written unchanged), another demosaic.
+    assert not np.array_equal(np.asarray(default.convert(bayer)), np.asarray(quality.convert(bayer)))
+    with pytest.raises(ValueError, match="unknown demosaic 'vng'"):
+        zt.Converter(F.RGB8, demosaic="vng")
+
+
 def test_contrast_matches_the_formulas(rng):
     mono8 = rng.integers(0, 256, (8, 12), dtype=np.uint8)
     stretched = zt.hist_stretch(zt.Image.from_array(mono8, F.Mono8), 20, 200)
