@@ -109,15 +109,6 @@ void colourDifferences(const float* __restrict up2, const float* __restrict up1,
     }
 }
 
-// out[c] += in[c], columns lo..hi. Kept out of line: inlined into the loops over taps, the
-// compiler loses sight of the restrict qualifiers and leaves the loop scalar.
-__attribute__((noinline)) void addTo(const float* __restrict in, float* __restrict out, int lo,
-                                     int hi)
-{
-    for (int c = lo; c < hi; ++c)
-        out[c] += in[c];
-}
-
 // out[c] = a[c] + b[c], columns lo..hi.
 __attribute__((noinline)) void addRows(const float* __restrict a, const float* __restrict b,
                                        float* __restrict out, int lo, int hi)
@@ -126,22 +117,50 @@ __attribute__((noinline)) void addRows(const float* __restrict a, const float* _
         out[c] = a[c] + b[c];
 }
 
-// Sum of `taps` rows (pointers in `rowsIn`) into out, columns lo..hi, added top to bottom.
-void sumRows(const float* const* rowsIn, int taps, float* __restrict out, int lo, int hi)
+// Sums of three, five and six rows, columns lo..hi, added top to bottom in one pass: the sum
+// stays in a register instead of going through memory once per row. Kept out of line: inlined
+// into a caller that picks the rows, the compiler loses sight of the restrict qualifiers and
+// leaves the loop scalar.
+__attribute__((noinline)) void addRows(const float* __restrict a, const float* __restrict b,
+                                       const float* __restrict d, float* __restrict out, int lo,
+                                       int hi)
 {
-    std::memcpy(out + lo, rowsIn[0] + lo, static_cast<size_t>(hi - lo) * sizeof *out);
-    for (int t = 1; t < taps; ++t)
-        addTo(rowsIn[t], out, lo, hi);
+    for (int c = lo; c < hi; ++c)
+        out[c] = (a[c] + b[c]) + d[c];
 }
 
-// out[c] = sum of in[c - radius .. c + radius], columns lo..hi, added from left to right; one
-// pass per tap keeps the columns independent, so the loop runs on vectors.
-template <int kRadius>
-void sumColumns(const float* in, float* __restrict out, int lo, int hi)
+__attribute__((noinline)) void sumRows(const float* const* in, float* __restrict out, int lo,
+                                       int hi, int taps)
 {
-    std::memcpy(out + lo, in + lo - kRadius, static_cast<size_t>(hi - lo) * sizeof *out);
-    for (int k = -kRadius + 1; k <= kRadius; ++k)
-        addTo(in + k, out, lo, hi);
+    const float* __restrict r0 = in[0];
+    const float* __restrict r1 = in[1];
+    const float* __restrict r2 = in[2];
+    const float* __restrict r3 = in[3];
+    const float* __restrict r4 = in[4];
+    if (taps == 5) {
+        for (int c = lo; c < hi; ++c)
+            out[c] = (((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c];
+    } else {
+        const float* __restrict r5 = in[5];
+        for (int c = lo; c < hi; ++c)
+            out[c] = ((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c];
+    }
+}
+
+// out[c] = sum of in[c - 2 .. c + 2], columns lo..hi, added from left to right.
+__attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float* __restrict out,
+                                              int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c)
+        out[c] = (((in[c - 2] + in[c - 1]) + in[c]) + in[c + 1]) + in[c + 2];
+}
+
+// out[c] = sum of in[c - 4], in[c - 2] .. in[c + 4], columns lo..hi, added from left to right.
+__attribute__((noinline)) void sumFiveSpacedColumns(const float* __restrict in,
+                                                    float* __restrict out, int lo, int hi)
+{
+    for (int c = lo; c < hi; ++c)
+        out[c] = (((in[c - 4] + in[c - 2]) + in[c]) + in[c + 2]) + in[c + 4];
 }
 
 // The 11-wide sum of a row that is zero outside the colour's columns, those of parity
@@ -372,24 +391,23 @@ private:
         }
     }
 
-    // Box sum of `radius` over plane `from` into plane `to`, rows and columns [margin, size -
-    // margin); the source must be valid `radius` further out.
-    template <int kRadius>
-    void boxSum(int from, int to, int margin)
+    // 5 x 5 box sum over plane `from` into plane `to`, rows and columns [margin, size -
+    // margin); the source must be valid two pixels further out.
+    void boxSum5(int from, int to, int margin)
     {
-        const float* rowsIn[2 * kRadius + 1];
+        const float* rowsIn[5];
         float* vertical = tmp_.data();
         for (int r = margin; r < h_ - margin; ++r) {
-            for (int k = 0; k <= 2 * kRadius; ++k)
-                rowsIn[k] = p(from, r - kRadius + k);
-            sumRows(rowsIn, 2 * kRadius + 1, vertical, margin - kRadius, w_ - margin + kRadius);
-            sumColumns<kRadius>(vertical, p(to, r), margin, w_ - margin);
+            for (int k = 0; k < 5; ++k)
+                rowsIn[k] = p(from, r - 2 + k);
+            sumRows(rowsIn, vertical, margin - 2, w_ - margin + 2, 5);
+            sumFiveColumns(vertical, p(to, r), margin, w_ - margin);
         }
     }
 
-    // 11 x 11 box sum like boxSum<5> from partial sums of 2, 4 and 8 rows (columns): 11 = 8 +
-    // 2 + 1, five additions per direction instead of ten. Every sum still has a fixed order, so
-    // the result does not depend on the tiling. `partial` names three planes to work in.
+    // 11 x 11 box sum from partial sums of 2, 4 and 8 rows (columns): 11 = 8 + 2 + 1, five
+    // additions per direction instead of ten. Every sum has a fixed order, so the result does
+    // not depend on the tiling. `partial` names three planes to work in.
     void denseBoxSum(int from, int to, int margin, const int (&partial)[3])
     {
         const int lo = margin - 5, hi = w_ - margin + 5;
@@ -405,20 +423,17 @@ private:
         float* four2 = tmp_.data() + 2 * w_;
         float* eight2 = tmp_.data() + 3 * w_;
         for (int r = margin; r < h_ - margin; ++r) {
-            addRows(p(eight, r - 5), p(two, r + 3), vertical, lo, hi);
-            addTo(p(from, r + 5), vertical, lo, hi);
+            addRows(p(eight, r - 5), p(two, r + 3), p(from, r + 5), vertical, lo, hi);
             addRows(vertical, vertical + 1, two2, lo, hi - 2);
             addRows(two2, two2 + 2, four2, lo, hi - 6);
             addRows(four2, four2 + 4, eight2, lo, hi - 10);
-            float* out = p(to, r);
-            addRows(eight2 - 5, two2 + 3, out, margin, w_ - margin);
-            addTo(vertical + 5, out, margin, w_ - margin);
+            addRows(eight2 - 5, two2 + 3, vertical + 5, p(to, r), margin, w_ - margin);
         }
     }
 
-    // 11 x 11 box sum like boxSum<5>, of a plane that is zero outside the sites of colour x:
-    // only the rows and columns of the sites are added, which halves the work and gives the
-    // same bits.
+    // 11 x 11 box sum of a plane that is zero outside the sites of colour x: only the rows and
+    // columns of the sites are added, which halves the work and gives the same bits as the
+    // dense sum.
     void siteBoxSum(int from, int to, int margin, int x)
     {
         const float* rowsIn[6];
@@ -430,11 +445,8 @@ private:
             int taps = 0;
             for (int k = first; k <= r + 5; k += 2)
                 rowsIn[taps++] = p(from, k);
-            sumRows(rowsIn, taps, vertical, margin - 5, w_ - margin + 5);
-            std::memcpy(even + margin - 1, vertical + margin - 5,
-                        static_cast<size_t>(w_ - 2 * margin + 1) * sizeof *even);
-            for (int k = -2; k <= 4; k += 2)
-                addTo(vertical + k, even, margin - 1, w_ - margin);
+            sumRows(rowsIn, vertical, margin - 5, w_ - margin + 5, taps);
+            sumFiveSpacedColumns(vertical, even, margin - 1, w_ - margin);
             sumSiteColumns(vertical, even, siteColumn_[x], p(to, r), margin, w_ - margin);
         }
     }
@@ -456,8 +468,8 @@ private:
                 gV[c] = std::abs(up[c] - down[c]);
             }
         }
-        boxSum<2>(kGradH, kSumH, 5);
-        boxSum<2>(kGradV, kSumV, 5);
+        boxSum5(kGradH, kSumH, 5);
+        boxSum5(kGradV, kSumV, 5);
         for (int r = 7; r < h_ - 7; ++r) {
             const float* dV[9];
             for (int k = 0; k < 9; ++k)
