@@ -141,9 +141,10 @@ __attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float*
 }
 
 // The 11-wide sum of a row that is zero outside the colour's columns, those where `siteColumn`
-// is not zero: at such a column the five site columns two apart around c, elsewhere the six
+// is 1: at such a column the five site columns two apart around c, elsewhere the six
 // from c - 5 to c + 5. Leaving out the zero columns changes no bit of the sum: the terms that
-// are not zero are added in the same order.
+// are not zero are added in the same order. `siteColumn` is 1 or 0, so the blend picks one of
+// the two sums exactly; a conditional here would keep the loop from being vectorized.
 __attribute__((noinline)) void sumSiteColumns(const float* __restrict in,
                                               const float* __restrict siteColumn,
                                               float* __restrict out, int lo, int hi)
@@ -151,7 +152,7 @@ __attribute__((noinline)) void sumSiteColumns(const float* __restrict in,
     for (int c = lo; c < hi; ++c) {
         const float own = (((in[c - 4] + in[c - 2]) + in[c]) + in[c + 2]) + in[c + 4];
         const float other = ((((in[c - 5] + in[c - 3]) + in[c - 1]) + in[c + 1]) + in[c + 3]) + in[c + 5];
-        out[c] = siteColumn[c] != 0.0f ? own : other;
+        out[c] = siteColumn[c] * own + (1.0f - siteColumn[c]) * other;
     }
 }
 
