@@ -141,19 +141,21 @@ __attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float*
 }
 
 // The 11-wide sum of a row that is zero outside the colour's columns, those where `siteColumn`
-// is 1: at such a column the five site columns two apart around c, elsewhere the six
-// from c - 5 to c + 5. Leaving out the zero columns changes no bit of the sum: the terms that
-// are not zero are added in the same order. `siteColumn` is 1 or 0, so the blend picks one of
-// the two sums exactly; a conditional here would keep the loop from being vectorized.
+// is 1: at such a column the five site columns two apart around c, elsewhere the six from c - 5
+// to c + 5, which are the five around c - 1 and c + 5. Leaving out the zero columns changes no
+// bit of the sum: the terms that are not zero are added in the same order. `spaced` receives
+// the sums of five columns two apart from column lo - 1 on. `siteColumn` is 1 or 0, so the
+// blend picks one of the two sums exactly; a conditional would keep the loop from being
+// vectorized.
 __attribute__((noinline)) void sumSiteColumns(const float* __restrict in,
                                               const float* __restrict siteColumn,
-                                              float* __restrict out, int lo, int hi)
+                                              float* __restrict spaced, float* __restrict out,
+                                              int lo, int hi)
 {
-    for (int c = lo; c < hi; ++c) {
-        const float own = (((in[c - 4] + in[c - 2]) + in[c]) + in[c + 2]) + in[c + 4];
-        const float other = ((((in[c - 5] + in[c - 3]) + in[c - 1]) + in[c + 1]) + in[c + 3]) + in[c + 5];
-        out[c] = siteColumn[c] * own + (1.0f - siteColumn[c]) * other;
-    }
+    for (int c = lo - 1; c < hi; ++c)
+        spaced[c] = (((in[c - 4] + in[c - 2]) + in[c]) + in[c + 2]) + in[c + 4];
+    for (int c = lo; c < hi; ++c)
+        out[c] = siteColumn[c] * spaced[c] + (1.0f - siteColumn[c]) * (spaced[c - 1] + in[c + 5]);
 }
 
 // The 11 x 11 box sum along one direction, in a tree of pairs (8 + 2 + 1 terms) rather than
@@ -325,7 +327,7 @@ public:
         w_ = tileCols_ + 2 * kPad;
         for (Plane& p : planes_)
             p.resize(h_, w_);
-        tmp_.assign(w_, 0.0f);
+        tmp_.assign(static_cast<size_t>(w_) * 2, 0.0f);
         columns_.resize(w_);
         // Per row parity and column of a tile: the site masks and the sign of the colour
         // difference. Tiles start on even rows and columns, so these hold for every tile.
@@ -438,6 +440,7 @@ private:
     {
         const float* rowsIn[6];
         float* vertical = tmp_.data();
+        float* spaced = tmp_.data() + w_;
         for (int r = margin; r < h_ - margin; ++r) {
             // The site rows among r - 5 .. r + 5: five around a site row, else six.
             const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
@@ -445,7 +448,7 @@ private:
             for (int k = first; k <= r + 5; k += 2)
                 rowsIn[taps++] = p(from, k);
             sumRows(rowsIn, vertical, margin - 5, w_ - margin + 5, taps);
-            sumSiteColumns(vertical, siteColumn_[x].data(), p(to, r), margin, w_ - margin);
+            sumSiteColumns(vertical, siteColumn_[x].data(), spaced, p(to, r), margin, w_ - margin);
         }
     }
 
