@@ -140,22 +140,19 @@ __attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float*
         out[c] = (((in[c - 2] + in[c - 1]) + in[c]) + in[c + 1]) + in[c + 2];
 }
 
-// The 11-wide sum of a row that is zero outside the colour's columns, those where `siteColumn`
-// is 1: at such a column the five site columns two apart around c, elsewhere the six from c - 5
-// to c + 5, which are the five around c - 1 and c + 5. Leaving out the zero columns changes no
-// bit of the sum: the terms that are not zero are added in the same order. `spaced` receives
-// the sums of five columns two apart from column lo - 1 on. `siteColumn` is 1 or 0, so the
-// blend picks one of the two sums exactly; a conditional would keep the loop from being
-// vectorized.
-__attribute__((noinline)) void sumSiteColumns(const float* __restrict in,
-                                              const float* __restrict siteColumn,
-                                              float* __restrict spaced, float* __restrict out,
+// The 11-wide sums of a row of the colour's sites held at every other column: `in[j]` is the
+// site at column 2j + s of the tile. At a site column c = 2j + s the sum is the five sites
+// around it; at c + 1 it is the six from c - 4 to c + 6, the same five plus the next one. The
+// columns between the sites hold zeros in the full plane, so leaving them out changes no bit:
+// the other terms are added in the same order. `out` is the row offset by s.
+__attribute__((noinline)) void sumSiteColumns(const float* __restrict in, float* __restrict out,
                                               int lo, int hi)
 {
-    for (int c = lo - 1; c < hi; ++c)
-        spaced[c] = (((in[c - 4] + in[c - 2]) + in[c]) + in[c + 2]) + in[c + 4];
-    for (int c = lo; c < hi; ++c)
-        out[c] = siteColumn[c] * spaced[c] + (1.0f - siteColumn[c]) * (spaced[c - 1] + in[c + 5]);
+    for (int j = lo; j < hi; ++j) {
+        const float own = (((in[j - 2] + in[j - 1]) + in[j]) + in[j + 1]) + in[j + 2];
+        out[2 * j] = own;
+        out[2 * j + 1] = own + in[j + 3];
+    }
 }
 
 // The 11 x 11 box sum along one direction, in a tree of pairs (8 + 2 + 1 terms) rather than
@@ -237,22 +234,24 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
     }
 }
 
-// The products the guided filter sums at the sites of one colour (mask 1 there, else 0):
-// Laplacian of green squared, Laplacians of green and of the colour multiplied, green, colour.
-// The Laplacians span two pixels, the spacing of the sites.
-void siteProducts(const float* __restrict gUp, const float* __restrict g,
-                  const float* __restrict gDown, const float* __restrict mUp,
-                  const float* __restrict m, const float* __restrict mDown,
-                  const float* __restrict mask, float* __restrict gg, float* __restrict gm,
-                  float* __restrict gs, float* __restrict ms, int lo, int hi)
+// The products the guided filter sums at the sites of one colour, one per site: Laplacian of
+// green squared, Laplacians of green and of the colour multiplied, green, colour. The row
+// pointers are offset to the first site column, so site j is at column 2j; the products are
+// stored at j. The Laplacians span two pixels, the spacing of the sites.
+__attribute__((noinline)) void siteProducts(
+    const float* __restrict gUp, const float* __restrict g, const float* __restrict gDown,
+    const float* __restrict mUp, const float* __restrict m, const float* __restrict mDown,
+    float* __restrict gg, float* __restrict gm, float* __restrict gs, float* __restrict ms, int lo,
+    int hi)
 {
-    for (int c = lo; c < hi; ++c) {
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j;
         const float lapG = 4.0f * g[c] - gUp[c] - gDown[c] - g[c - 2] - g[c + 2];
         const float lapM = 4.0f * m[c] - mUp[c] - mDown[c] - m[c - 2] - m[c + 2];
-        gg[c] = mask[c] * (lapG * lapG);
-        gm[c] = mask[c] * (lapG * lapM);
-        gs[c] = mask[c] * g[c];
-        ms[c] = mask[c] * m[c];
+        gg[j] = lapG * lapG;
+        gm[j] = lapG * lapM;
+        gs[j] = g[c];
+        ms[j] = m[c];
     }
 }
 
@@ -327,7 +326,7 @@ public:
         w_ = tileCols_ + 2 * kPad;
         for (Plane& p : planes_)
             p.resize(h_, w_);
-        tmp_.assign(static_cast<size_t>(w_) * 2, 0.0f);
+        tmp_.assign(w_, 0.0f);
         columns_.resize(w_);
         // Per row parity and column of a tile: the site masks and the sign of the colour
         // difference. Tiles start on even rows and columns, so these hold for every tile.
@@ -349,8 +348,8 @@ public:
                     const bool rowHas = colour[py][0] == target || colour[py][1] == target;
                     const bool colHas = colour[0][c & 1] == target || colour[1][c & 1] == target;
                     invCount_[py][x][c] = 1.0f / static_cast<float>((rowHas ? 5 : 6) * (colHas ? 5 : 6));
-                    siteColumn_[x].resize(w_);
-                    siteColumn_[x][c] = colHas ? 1.0f : 0.0f;
+                    if (colHas)
+                        siteColumn_[x] = c & 1;
                 }
             }
         }
@@ -433,22 +432,28 @@ private:
         }
     }
 
-    // 11 x 11 box sum of a plane that is zero outside the sites of colour x: only the rows and
-    // columns of the sites are added, which halves the work and gives the same bits as the
-    // dense sum.
+    // Output columns of the sums over the sites of colour x, as site indices j (columns 2j + s
+    // and 2j + s + 1, s the parity of the site columns), for sums valid in [margin, w - margin).
+    int firstSite(int x, int margin) const { return (margin - siteColumn_[x]) / 2; }
+    int endSite(int x, int margin) const { return (w_ - margin - 1 - siteColumn_[x]) / 2 + 1; }
+
+    // 11 x 11 box sum of the products of colour x (one per site, see siteProducts) into the
+    // full plane `to`: the sum over a window is the sum over the sites it holds, which is what
+    // the dense sum of a plane zero between the sites gives, bit for bit, at half the rows and
+    // a quarter of the points.
     void siteBoxSum(int from, int to, int margin, int x)
     {
         const float* rowsIn[6];
         float* vertical = tmp_.data();
-        float* spaced = tmp_.data() + w_;
+        const int lo = firstSite(x, margin), hi = endSite(x, margin);
         for (int r = margin; r < h_ - margin; ++r) {
             // The site rows among r - 5 .. r + 5: five around a site row, else six.
             const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
             int taps = 0;
             for (int k = first; k <= r + 5; k += 2)
                 rowsIn[taps++] = p(from, k);
-            sumRows(rowsIn, vertical, margin - 5, w_ - margin + 5, taps);
-            sumSiteColumns(vertical, siteColumn_[x].data(), spaced, p(to, r), margin, w_ - margin);
+            sumRows(rowsIn, vertical, lo - 2, hi + 3, taps);
+            sumSiteColumns(vertical, p(to, r) + siteColumn_[x], lo, hi);
         }
     }
 
@@ -486,12 +491,13 @@ private:
     void interpolateColour(int x, int target)
     {
         const int gg = kDiffH, gm = kDiffV, gs = kGradH, ms = kGradV;
-        // The box sums read only the rows that hold the colour.
+        // Products only at the sites, which is all the box sums read. The last columns reach
+        // two beyond the valid green for sums that are not used.
+        const int s = siteColumn_[x];
         for (int r = 9 + ((siteRow_[x] - 9) & 1); r < h_ - 9; r += 2)
-            siteProducts(p(kGreenPlane, r - 2), p(kGreenPlane, r), p(kGreenPlane, r + 2),
-                         p(kMosaic, r - 2), p(kMosaic, r), p(kMosaic, r + 2),
-                         mask_[r & 1][x].data(), p(gg, r), p(gm, r), p(gs, r), p(ms, r), 9,
-                         w_ - 9);
+            siteProducts(p(kGreenPlane, r - 2) + s, p(kGreenPlane, r) + s, p(kGreenPlane, r + 2) + s,
+                         p(kMosaic, r - 2) + s, p(kMosaic, r) + s, p(kMosaic, r + 2) + s, p(gg, r),
+                         p(gm, r), p(gs, r), p(ms, r), firstSite(x, 14) - 2, endSite(x, 14) + 3);
         const int ggSum = kSumH, gmSum = kSumV, gsSum = kSpare0, msSum = kSpare1;
         siteBoxSum(gg, ggSum, 14, x);
         siteBoxSum(gm, gmSum, 14, x);
@@ -534,7 +540,7 @@ private:
     std::vector<float> mask_[2][2];      // [row parity][red, blue]
     std::vector<float> invCount_[2][2];  // [row parity][red, blue]
     int siteRow_[2] = {0, 0};     // row parity of the red, blue sites
-    std::vector<float> siteColumn_[2];   // [red, blue]: 1 at the colour's columns, else 0
+    int siteColumn_[2] = {0, 0};  // column parity of the red, blue sites
 };
 
 [[noreturn]] void fail(const char* what)
