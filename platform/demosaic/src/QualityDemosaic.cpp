@@ -193,8 +193,9 @@ __attribute__((noinline)) void sumElevenColumns(const float* __restrict in, floa
 constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0.1101f,
                 kSide4 = 0.0458f;
 
-// Green at every pixel of a row: the sample at green sites; elsewhere the sample plus the
-// colour difference fused from four directions with inverse-square gradient weights.
+// Green at the red or blue sites of a row: the sample plus the colour difference fused from
+// four directions with inverse-square gradient weights. The row pointers are offset to the
+// first such site, so site j is at column 2j.
 //   dV[k]: vertical colour differences of rows r - 4 .. r + 4; dH: horizontal ones of row r;
 //   bvN, bvS: vertical gradient sums two rows up and down; bh: horizontal gradient sums.
 // `unit` turns a gradient sum into a mean gradient on the 8-bit scale (at most about 1000).
@@ -203,8 +204,8 @@ constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0
 // the float range (between 1e-30 and 1e24).
 void fuseGreen(const float* __restrict m, const float* const* dV, const float* __restrict dH,
                const float* __restrict bvN, const float* __restrict bvS,
-               const float* __restrict bh, const float* __restrict isGreen,
-               float* __restrict green, int lo, int hi, float unit, float maxValue)
+               const float* __restrict bh, float* __restrict green, int lo, int hi, float unit,
+               float maxValue)
 {
     const float* __restrict v0 = dV[0];
     const float* __restrict v1 = dV[1];
@@ -215,7 +216,8 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
     const float* __restrict v6 = dV[6];
     const float* __restrict v7 = dV[7];
     const float* __restrict v8 = dV[8];
-    for (int c = lo; c < hi; ++c) {
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j;
         const float n = bvN[c] * unit, s = bvS[c] * unit;
         const float w = bh[c - 2] * unit, e = bh[c + 2] * unit;
         const float xN = n * n + kWeightEps, xS = s * s + kWeightEps;
@@ -229,8 +231,7 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
         const float fE = kSide0 * dH[c] + kSide1 * dH[c + 1] + kSide2 * dH[c + 2] + kSide3 * dH[c + 3] +
                          kSide4 * dH[c + 4];
         const float diff = (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
-        const float g = clampTo(m[c] + diff, maxValue);
-        green[c] = isGreen[c] != 0.0f ? m[c] : g;
+        green[c] = clampTo(m[c] + diff, maxValue);
     }
 }
 
@@ -331,12 +332,13 @@ public:
         // Per row parity and column of a tile: the site masks and the sign of the colour
         // difference. Tiles start on even rows and columns, so these hold for every tile.
         for (int py = 0; py < 2; ++py) {
-            for (auto* v : {&isGreen_[py], &sign_[py], &mask_[py][0], &mask_[py][1],
+            for (auto* v : {&sign_[py], &mask_[py][0], &mask_[py][1],
                             &invCount_[py][0], &invCount_[py][1]})
                 v->resize(w_);
             for (int c = 0; c < w_; ++c) {
                 const int here = colour[py][c & 1];
-                isGreen_[py][c] = here == kGreen ? 1.0f : 0.0f;
+                if (here != kGreen)
+                    otherColumn_[py] = c & 1;
                 sign_[py][c] = here == kGreen ? 1.0f : -1.0f;
                 for (int x = 0; x < 2; ++x) {
                     const int target = x == 0 ? kRed : kBlue;
@@ -477,12 +479,17 @@ private:
         boxSum5(kGradH, kSumH, 5);
         boxSum5(kGradV, kSumV, 5);
         for (int r = 7; r < h_ - 7; ++r) {
+            // The samples at the green sites, then the fused green at the others, columns 7 to
+            // w - 7: 2j + t with t the parity of the other sites of this row.
+            std::memcpy(p(kGreenPlane, r) + 7, p(kMosaic, r) + 7,
+                        static_cast<size_t>(w_ - 14) * sizeof(float));
+            const int t = otherColumn_[r & 1];
             const float* dV[9];
             for (int k = 0; k < 9; ++k)
-                dV[k] = p(kDiffV, r - 4 + k);
-            fuseGreen(p(kMosaic, r), dV, p(kDiffH, r), p(kSumV, r - 2), p(kSumV, r + 2),
-                      p(kSumH, r), isGreen_[r & 1].data(), p(kGreenPlane, r), 7, w_ - 7,
-                      gradientUnit_, maxValue_);
+                dV[k] = p(kDiffV, r - 4 + k) + t;
+            fuseGreen(p(kMosaic, r) + t, dV, p(kDiffH, r) + t, p(kSumV, r - 2) + t,
+                      p(kSumV, r + 2) + t, p(kSumH, r) + t, p(kGreenPlane, r) + t, (8 - t) / 2,
+                      (w_ - 6 - t) / 2, gradientUnit_, maxValue_);
         }
     }
 
@@ -535,7 +542,7 @@ private:
     Plane planes_[kPlaneCount];
     std::vector<float> tmp_;
     std::vector<int> columns_;  // frame column of each tile column, for the mirrored ones
-    std::vector<float> isGreen_[2];
+    int otherColumn_[2] = {0, 0};  // [row parity]: column parity of the red or blue sites
     std::vector<float> sign_[2];
     std::vector<float> mask_[2][2];      // [row parity][red, blue]
     std::vector<float> invCount_[2][2];  // [row parity][red, blue]
