@@ -18,9 +18,11 @@
 //
 // Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into tiles
 // that are processed independently with 20 pixels of mirrored or neighbouring context on each
-// side; the planes of a tile stay in cache. All sums have a fixed order (no running sums) and
-// the unit is compiled without floating-point contraction, so a pixel's value depends neither
-// on the tiling nor on the platform.
+// side; the planes of a tile stay in cache. Work that concerns only some sites runs on those
+// sites alone, every other column of a row: the green fusion at red and blue sites, the
+// guided-filter products and their box sums at the sites of the colour. All sums have a fixed
+// order (no running sums) and the unit is compiled without floating-point contraction, so a
+// pixel's value depends neither on the tiling nor on the platform.
 
 #include "QualityDemosaic.h"
 
