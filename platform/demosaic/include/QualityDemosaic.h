@@ -1,4 +1,4 @@
-// Bayer demosaicing by residual interpolation: higher fidelity than Hamilton-Adams, at a few
+// Bayer demosaicing by residual interpolation: higher fidelity than Hamilton-Adams, at several
 // times its cost.
 #pragma once
 
@@ -26,7 +26,7 @@
 ///   `bitDepth` outside 1..16, `out` is filled with zeros.
 ///
 /// Null `in` or `out` with a non-empty frame is a programming error and aborts the process.
-/// Each call allocates its own working memory, at most about 1.5 MB (the frame is processed in
+/// Each call allocates its own working memory, at most about 2.4 MB (the frame is processed in
 /// tiles; std::bad_alloc if that fails), and keeps no global state: calls may run concurrently
 /// from several threads. The arithmetic is IEEE
 /// single precision without contraction, so the output is the same on every platform.

@@ -18,9 +18,11 @@
 //
 // Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into tiles
 // that are processed independently with 20 pixels of mirrored or neighbouring context on each
-// side; the planes of a tile stay in cache. All sums have a fixed order (no running sums) and
-// the unit is compiled without floating-point contraction, so a pixel's value depends neither
-// on the tiling nor on the platform.
+// side; the planes of a tile stay in cache. Work that concerns only some sites runs on those
+// sites alone, every other column of a row: the green fusion at red and blue sites, the
+// guided-filter products and their box sums at the sites of the colour. All sums have a fixed
+// order (no running sums) and the unit is compiled without floating-point contraction, so a
+// pixel's value depends neither on the tiling nor on the platform.
 
 #include "QualityDemosaic.h"
 
@@ -40,9 +42,10 @@ namespace {
 // box filters 5 each, the bilinear residual 1). Even, so tile and frame have the same phase.
 constexpr int kPad = 20;
 // Output size of a tile. Even, so every tile starts on the same colour-filter phase. The
-// planes of a tile (12 of 104 x 296 floats, 1.5 MB) stay in cache; tiles of 128 or 256 rows
-// or 512 columns, with less context per pixel, measured no faster.
-constexpr int kTileRows = 64;
+// planes of a tile (12 of 168 x 296 floats, 2.4 MB) stay in the outer cache while each pass
+// works on a few rows of them; 64 rows spent about 15 % more time on context, 512 columns
+// measured slower.
+constexpr int kTileRows = 128;
 constexpr int kTileCols = 256;
 
 // The gradient weights and the guided-filter gain divide by squares that vanish on flat areas.
@@ -109,53 +112,82 @@ void colourDifferences(const float* __restrict up2, const float* __restrict up1,
     }
 }
 
-// out[c] += in[c], columns lo..hi. Kept out of line: inlined into the loops over taps, the
-// compiler loses sight of the restrict qualifiers and leaves the loop scalar.
-__attribute__((noinline)) void addTo(const float* __restrict in, float* __restrict out, int lo,
-                                     int hi)
+// Sums of five and six rows, columns lo..hi, added top to bottom in one pass: the sum
+// stays in a register instead of going through memory once per row. Kept out of line: inlined
+// into a caller that picks the rows, the compiler loses sight of the restrict qualifiers and
+// leaves the loop scalar.
+__attribute__((noinline)) void sumRows(const float* const* in, float* __restrict out, int lo,
+                                       int hi, int taps)
+{
+    const float* __restrict r0 = in[0];
+    const float* __restrict r1 = in[1];
+    const float* __restrict r2 = in[2];
+    const float* __restrict r3 = in[3];
+    const float* __restrict r4 = in[4];
+    if (taps == 5) {
+        for (int c = lo; c < hi; ++c)
+            out[c] = (((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c];
+    } else {
+        const float* __restrict r5 = in[5];
+        for (int c = lo; c < hi; ++c)
+            out[c] = ((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c];
+    }
+}
+
+// out[c] = sum of in[c - 2 .. c + 2], columns lo..hi, added from left to right.
+__attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float* __restrict out,
+                                              int lo, int hi)
 {
     for (int c = lo; c < hi; ++c)
-        out[c] += in[c];
+        out[c] = (((in[c - 2] + in[c - 1]) + in[c]) + in[c + 1]) + in[c + 2];
 }
 
-// out[c] = a[c] + b[c], columns lo..hi.
-__attribute__((noinline)) void addRows(const float* __restrict a, const float* __restrict b,
-                                       float* __restrict out, int lo, int hi)
+// The 11-wide sums of a row of the colour's sites held at every other column: `in[j]` is the
+// site at column 2j + s of the tile. At a site column c = 2j + s the sum is the five sites
+// around it; at c + 1 it is the six from c - 4 to c + 6, the same five plus the next one. The
+// columns between the sites hold zeros in the full plane, so leaving them out changes no bit:
+// the other terms are added in the same order. `out` is the row offset by s.
+__attribute__((noinline)) void sumSiteColumns(const float* __restrict in, float* __restrict out,
+                                              int lo, int hi)
 {
-    for (int c = lo; c < hi; ++c)
-        out[c] = a[c] + b[c];
+    for (int j = lo; j < hi; ++j) {
+        const float own = (((in[j - 2] + in[j - 1]) + in[j]) + in[j + 1]) + in[j + 2];
+        out[2 * j] = own;
+        out[2 * j + 1] = own + in[j + 3];
+    }
 }
 
-// Sum of `taps` rows (pointers in `rowsIn`) into out, columns lo..hi, added top to bottom.
-void sumRows(const float* const* rowsIn, int taps, float* __restrict out, int lo, int hi)
+// The 11 x 11 box sum along one direction, in a tree of pairs (8 + 2 + 1 terms) rather than
+// strictly left to right; the order is the same at every pixel, so the result does not depend
+// on the tiling. `in[k]` is the row of offset k - 5; horizontal sums pass one row shifted.
+__attribute__((noinline)) void sumElevenRows(const float* const* in, float* __restrict out,
+                                             int lo, int hi)
 {
-    std::memcpy(out + lo, rowsIn[0] + lo, static_cast<size_t>(hi - lo) * sizeof *out);
-    for (int t = 1; t < taps; ++t)
-        addTo(rowsIn[t], out, lo, hi);
+    const float* __restrict r0 = in[0];
+    const float* __restrict r1 = in[1];
+    const float* __restrict r2 = in[2];
+    const float* __restrict r3 = in[3];
+    const float* __restrict r4 = in[4];
+    const float* __restrict r5 = in[5];
+    const float* __restrict r6 = in[6];
+    const float* __restrict r7 = in[7];
+    const float* __restrict r8 = in[8];
+    const float* __restrict r9 = in[9];
+    const float* __restrict r10 = in[10];
+    for (int c = lo; c < hi; ++c) {
+        const float eight = ((r0[c] + r1[c]) + (r2[c] + r3[c])) + ((r4[c] + r5[c]) + (r6[c] + r7[c]));
+        out[c] = (eight + (r8[c] + r9[c])) + r10[c];
+    }
 }
 
-// out[c] = sum of in[c - radius .. c + radius], columns lo..hi, added from left to right; one
-// pass per tap keeps the columns independent, so the loop runs on vectors.
-template <int kRadius>
-void sumColumns(const float* in, float* __restrict out, int lo, int hi)
+__attribute__((noinline)) void sumElevenColumns(const float* __restrict in, float* __restrict out,
+                                                int lo, int hi)
 {
-    std::memcpy(out + lo, in + lo - kRadius, static_cast<size_t>(hi - lo) * sizeof *out);
-    for (int k = -kRadius + 1; k <= kRadius; ++k)
-        addTo(in + k, out, lo, hi);
-}
-
-// The 11-wide sum of a row that is zero outside the colour's columns, those of parity
-// `siteParity`: `even` must hold, from column lo - 1 on, the sums of five columns two apart
-// around c, which is the whole sum at a site column; elsewhere it is the six columns two apart
-// from c - 5, the five before c + 5 plus that one. Leaving out the zero columns changes no bit
-// of the sum: the terms that are not zero are added in the same order.
-void sumSiteColumns(const float* __restrict in, const float* __restrict even, int siteParity,
-                    float* __restrict out, int lo, int hi)
-{
-    for (int c = lo; c < hi; ++c)
-        out[c] = even[c - 1] + in[c + 5];
-    for (int c = lo + ((siteParity - lo) & 1); c < hi; c += 2)
-        out[c] = even[c];
+    for (int c = lo; c < hi; ++c) {
+        const float eight = ((in[c - 5] + in[c - 4]) + (in[c - 3] + in[c - 2])) +
+                            ((in[c - 1] + in[c]) + (in[c + 1] + in[c + 2]));
+        out[c] = (eight + (in[c + 3] + in[c + 4])) + in[c + 5];
+    }
 }
 
 // Weights of the five colour differences on one side of a pixel, nearest first: a one-sided
@@ -163,8 +195,9 @@ void sumSiteColumns(const float* __restrict in, const float* __restrict even, in
 constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0.1101f,
                 kSide4 = 0.0458f;
 
-// Green at every pixel of a row: the sample at green sites; elsewhere the sample plus the
-// colour difference fused from four directions with inverse-square gradient weights.
+// Green at the red or blue sites of a row: the sample plus the colour difference fused from
+// four directions with inverse-square gradient weights. The row pointers are offset to the
+// first such site, so site j is at column 2j.
 //   dV[k]: vertical colour differences of rows r - 4 .. r + 4; dH: horizontal ones of row r;
 //   bvN, bvS: vertical gradient sums two rows up and down; bh: horizontal gradient sums.
 // `unit` turns a gradient sum into a mean gradient on the 8-bit scale (at most about 1000).
@@ -173,8 +206,8 @@ constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0
 // the float range (between 1e-30 and 1e24).
 void fuseGreen(const float* __restrict m, const float* const* dV, const float* __restrict dH,
                const float* __restrict bvN, const float* __restrict bvS,
-               const float* __restrict bh, const float* __restrict isGreen,
-               float* __restrict green, int lo, int hi, float unit, float maxValue)
+               const float* __restrict bh, float* __restrict green, int lo, int hi, float unit,
+               float maxValue)
 {
     const float* __restrict v0 = dV[0];
     const float* __restrict v1 = dV[1];
@@ -185,7 +218,8 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
     const float* __restrict v6 = dV[6];
     const float* __restrict v7 = dV[7];
     const float* __restrict v8 = dV[8];
-    for (int c = lo; c < hi; ++c) {
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j;
         const float n = bvN[c] * unit, s = bvS[c] * unit;
         const float w = bh[c - 2] * unit, e = bh[c + 2] * unit;
         const float xN = n * n + kWeightEps, xS = s * s + kWeightEps;
@@ -199,27 +233,28 @@ void fuseGreen(const float* __restrict m, const float* const* dV, const float* _
         const float fE = kSide0 * dH[c] + kSide1 * dH[c + 1] + kSide2 * dH[c + 2] + kSide3 * dH[c + 3] +
                          kSide4 * dH[c + 4];
         const float diff = (wN * fN + wS * fS + wW * fW + wE * fE) / (wN + wS + wW + wE);
-        const float g = clampTo(m[c] + diff, maxValue);
-        green[c] = isGreen[c] != 0.0f ? m[c] : g;
+        green[c] = clampTo(m[c] + diff, maxValue);
     }
 }
 
-// The products the guided filter sums at the sites of one colour (mask 1 there, else 0):
-// Laplacian of green squared, Laplacians of green and of the colour multiplied, green, colour.
-// The Laplacians span two pixels, the spacing of the sites.
-void siteProducts(const float* __restrict gUp, const float* __restrict g,
-                  const float* __restrict gDown, const float* __restrict mUp,
-                  const float* __restrict m, const float* __restrict mDown,
-                  const float* __restrict mask, float* __restrict gg, float* __restrict gm,
-                  float* __restrict gs, float* __restrict ms, int lo, int hi)
+// The products the guided filter sums at the sites of one colour, one per site: Laplacian of
+// green squared, Laplacians of green and of the colour multiplied, green, colour. The row
+// pointers are offset to the first site column, so site j is at column 2j; the products are
+// stored at j. The Laplacians span two pixels, the spacing of the sites.
+__attribute__((noinline)) void siteProducts(
+    const float* __restrict gUp, const float* __restrict g, const float* __restrict gDown,
+    const float* __restrict mUp, const float* __restrict m, const float* __restrict mDown,
+    float* __restrict gg, float* __restrict gm, float* __restrict gs, float* __restrict ms, int lo,
+    int hi)
 {
-    for (int c = lo; c < hi; ++c) {
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j;
         const float lapG = 4.0f * g[c] - gUp[c] - gDown[c] - g[c - 2] - g[c + 2];
         const float lapM = 4.0f * m[c] - mUp[c] - mDown[c] - m[c - 2] - m[c + 2];
-        gg[c] = mask[c] * (lapG * lapG);
-        gm[c] = mask[c] * (lapG * lapM);
-        gs[c] = mask[c] * g[c];
-        ms[c] = mask[c] * m[c];
+        gg[j] = lapG * lapG;
+        gm[j] = lapG * lapM;
+        gs[j] = g[c];
+        ms[j] = m[c];
     }
 }
 
@@ -294,30 +329,31 @@ public:
         w_ = tileCols_ + 2 * kPad;
         for (Plane& p : planes_)
             p.resize(h_, w_);
-        tmp_.assign(static_cast<size_t>(w_) * 4, 0.0f);
+        tmp_.assign(w_, 0.0f);
         columns_.resize(w_);
         // Per row parity and column of a tile: the site masks and the sign of the colour
         // difference. Tiles start on even rows and columns, so these hold for every tile.
         for (int py = 0; py < 2; ++py) {
-            for (auto* v : {&isGreen_[py], &sign_[py], &mask_[py][0], &mask_[py][1],
+            for (auto* v : {&sign_[py], &mask_[py][0], &mask_[py][1],
                             &invCount_[py][0], &invCount_[py][1]})
                 v->resize(w_);
             for (int c = 0; c < w_; ++c) {
                 const int here = colour[py][c & 1];
-                isGreen_[py][c] = here == kGreen ? 1.0f : 0.0f;
+                if (here != kGreen)
+                    otherColumn_[py] = c & 1;
                 sign_[py][c] = here == kGreen ? 1.0f : -1.0f;
                 for (int x = 0; x < 2; ++x) {
                     const int target = x == 0 ? kRed : kBlue;
                     mask_[py][x][c] = here == target ? 1.0f : 0.0f;
-                    if (here == target) {
+                    if (here == target)
                         siteRow_[x] = py;
-                        siteColumn_[x] = c & 1;
-                    }
                     // Sites of the colour in an 11 x 11 window: 5 rows (columns) when the centre
                     // row (column) holds the colour, else 6.
                     const bool rowHas = colour[py][0] == target || colour[py][1] == target;
                     const bool colHas = colour[0][c & 1] == target || colour[1][c & 1] == target;
                     invCount_[py][x][c] = 1.0f / static_cast<float>((rowHas ? 5 : 6) * (colHas ? 5 : 6));
+                    if (colHas)
+                        siteColumn_[x] = c & 1;
                 }
             }
         }
@@ -372,70 +408,56 @@ private:
         }
     }
 
-    // Box sum of `radius` over plane `from` into plane `to`, rows and columns [margin, size -
-    // margin); the source must be valid `radius` further out.
-    template <int kRadius>
-    void boxSum(int from, int to, int margin)
+    // 5 x 5 box sum over plane `from` into plane `to`, rows and columns [margin, size -
+    // margin); the source must be valid two pixels further out.
+    void boxSum5(int from, int to, int margin)
     {
-        const float* rowsIn[2 * kRadius + 1];
+        const float* rowsIn[5];
         float* vertical = tmp_.data();
         for (int r = margin; r < h_ - margin; ++r) {
-            for (int k = 0; k <= 2 * kRadius; ++k)
-                rowsIn[k] = p(from, r - kRadius + k);
-            sumRows(rowsIn, 2 * kRadius + 1, vertical, margin - kRadius, w_ - margin + kRadius);
-            sumColumns<kRadius>(vertical, p(to, r), margin, w_ - margin);
+            for (int k = 0; k < 5; ++k)
+                rowsIn[k] = p(from, r - 2 + k);
+            sumRows(rowsIn, vertical, margin - 2, w_ - margin + 2, 5);
+            sumFiveColumns(vertical, p(to, r), margin, w_ - margin);
         }
     }
 
-    // 11 x 11 box sum like boxSum<5> from partial sums of 2, 4 and 8 rows (columns): 11 = 8 +
-    // 2 + 1, five additions per direction instead of ten. Every sum still has a fixed order, so
-    // the result does not depend on the tiling. `partial` names three planes to work in.
-    void denseBoxSum(int from, int to, int margin, const int (&partial)[3])
+    // 11 x 11 box sum over plane `from` into plane `to`, rows and columns [margin, size -
+    // margin); the source must be valid five pixels further out.
+    void denseBoxSum(int from, int to, int margin)
     {
-        const int lo = margin - 5, hi = w_ - margin + 5;
-        const int two = partial[0], four = partial[1], eight = partial[2];
-        for (int r = margin - 5; r < h_ - margin + 3; ++r)
-            addRows(p(from, r), p(from, r + 1), p(two, r), lo, hi);
-        for (int r = margin - 5; r < h_ - margin - 1; ++r)
-            addRows(p(two, r), p(two, r + 2), p(four, r), lo, hi);
-        for (int r = margin - 5; r < h_ - margin - 5; ++r)
-            addRows(p(four, r), p(four, r + 4), p(eight, r), lo, hi);
+        const float* rowsIn[11];
         float* vertical = tmp_.data();
-        float* two2 = tmp_.data() + w_;
-        float* four2 = tmp_.data() + 2 * w_;
-        float* eight2 = tmp_.data() + 3 * w_;
         for (int r = margin; r < h_ - margin; ++r) {
-            addRows(p(eight, r - 5), p(two, r + 3), vertical, lo, hi);
-            addTo(p(from, r + 5), vertical, lo, hi);
-            addRows(vertical, vertical + 1, two2, lo, hi - 2);
-            addRows(two2, two2 + 2, four2, lo, hi - 6);
-            addRows(four2, four2 + 4, eight2, lo, hi - 10);
-            float* out = p(to, r);
-            addRows(eight2 - 5, two2 + 3, out, margin, w_ - margin);
-            addTo(vertical + 5, out, margin, w_ - margin);
+            for (int k = 0; k < 11; ++k)
+                rowsIn[k] = p(from, r - 5 + k);
+            sumElevenRows(rowsIn, vertical, margin - 5, w_ - margin + 5);
+            sumElevenColumns(vertical, p(to, r), margin, w_ - margin);
         }
     }
 
-    // 11 x 11 box sum like boxSum<5>, of a plane that is zero outside the sites of colour x:
-    // only the rows and columns of the sites are added, which halves the work and gives the
-    // same bits.
+    // Output columns of the sums over the sites of colour x, as site indices j (columns 2j + s
+    // and 2j + s + 1, s the parity of the site columns), for sums valid in [margin, w - margin).
+    int firstSite(int x, int margin) const { return (margin - siteColumn_[x]) / 2; }
+    int endSite(int x, int margin) const { return (w_ - margin - 1 - siteColumn_[x]) / 2 + 1; }
+
+    // 11 x 11 box sum of the products of colour x (one per site, see siteProducts) into the
+    // full plane `to`: the sum over a window is the sum over the sites it holds, which is what
+    // the dense sum of a plane zero between the sites gives, bit for bit, at half the rows and
+    // a quarter of the points.
     void siteBoxSum(int from, int to, int margin, int x)
     {
         const float* rowsIn[6];
         float* vertical = tmp_.data();
-        float* even = tmp_.data() + w_;
+        const int lo = firstSite(x, margin), hi = endSite(x, margin);
         for (int r = margin; r < h_ - margin; ++r) {
             // The site rows among r - 5 .. r + 5: five around a site row, else six.
             const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
             int taps = 0;
             for (int k = first; k <= r + 5; k += 2)
                 rowsIn[taps++] = p(from, k);
-            sumRows(rowsIn, taps, vertical, margin - 5, w_ - margin + 5);
-            std::memcpy(even + margin - 1, vertical + margin - 5,
-                        static_cast<size_t>(w_ - 2 * margin + 1) * sizeof *even);
-            for (int k = -2; k <= 4; k += 2)
-                addTo(vertical + k, even, margin - 1, w_ - margin);
-            sumSiteColumns(vertical, even, siteColumn_[x], p(to, r), margin, w_ - margin);
+            sumRows(rowsIn, vertical, lo - 2, hi + 3, taps);
+            sumSiteColumns(vertical, p(to, r) + siteColumn_[x], lo, hi);
         }
     }
 
@@ -456,15 +478,20 @@ private:
                 gV[c] = std::abs(up[c] - down[c]);
             }
         }
-        boxSum<2>(kGradH, kSumH, 5);
-        boxSum<2>(kGradV, kSumV, 5);
+        boxSum5(kGradH, kSumH, 5);
+        boxSum5(kGradV, kSumV, 5);
         for (int r = 7; r < h_ - 7; ++r) {
+            // The samples at the green sites, then the fused green at the others, columns 7 to
+            // w - 7: 2j + t with t the parity of the other sites of this row.
+            std::memcpy(p(kGreenPlane, r) + 7, p(kMosaic, r) + 7,
+                        static_cast<size_t>(w_ - 14) * sizeof(float));
+            const int t = otherColumn_[r & 1];
             const float* dV[9];
             for (int k = 0; k < 9; ++k)
-                dV[k] = p(kDiffV, r - 4 + k);
-            fuseGreen(p(kMosaic, r), dV, p(kDiffH, r), p(kSumV, r - 2), p(kSumV, r + 2),
-                      p(kSumH, r), isGreen_[r & 1].data(), p(kGreenPlane, r), 7, w_ - 7,
-                      gradientUnit_, maxValue_);
+                dV[k] = p(kDiffV, r - 4 + k) + t;
+            fuseGreen(p(kMosaic, r) + t, dV, p(kDiffH, r) + t, p(kSumV, r - 2) + t,
+                      p(kSumV, r + 2) + t, p(kSumH, r) + t, p(kGreenPlane, r) + t, (8 - t) / 2,
+                      (w_ - 6 - t) / 2, gradientUnit_, maxValue_);
         }
     }
 
@@ -473,11 +500,13 @@ private:
     void interpolateColour(int x, int target)
     {
         const int gg = kDiffH, gm = kDiffV, gs = kGradH, ms = kGradV;
-        for (int r = 9; r < h_ - 9; ++r)
-            siteProducts(p(kGreenPlane, r - 2), p(kGreenPlane, r), p(kGreenPlane, r + 2),
-                         p(kMosaic, r - 2), p(kMosaic, r), p(kMosaic, r + 2),
-                         mask_[r & 1][x].data(), p(gg, r), p(gm, r), p(gs, r), p(ms, r), 9,
-                         w_ - 9);
+        // Products only at the sites, which is all the box sums read. The last columns reach
+        // two beyond the valid green for sums that are not used.
+        const int s = siteColumn_[x];
+        for (int r = 9 + ((siteRow_[x] - 9) & 1); r < h_ - 9; r += 2)
+            siteProducts(p(kGreenPlane, r - 2) + s, p(kGreenPlane, r) + s, p(kGreenPlane, r + 2) + s,
+                         p(kMosaic, r - 2) + s, p(kMosaic, r) + s, p(kMosaic, r + 2) + s, p(gg, r),
+                         p(gm, r), p(gs, r), p(ms, r), firstSite(x, 14) - 2, endSite(x, 14) + 3);
         const int ggSum = kSumH, gmSum = kSumV, gsSum = kSpare0, msSum = kSpare1;
         siteBoxSum(gg, ggSum, 14, x);
         siteBoxSum(gm, gmSum, 14, x);
@@ -488,10 +517,8 @@ private:
             gainAndOffset(p(ggSum, r), p(gmSum, r), p(gsSum, r), p(msSum, r),
                           invCount_[r & 1][x].data(), p(a, r), p(b, r), 14, w_ - 14, gainEps_);
         const int sumA = kGradH, sumB = kGradV;
-        // The sums of the site products are no longer needed: their planes hold partial sums.
-        const int partial[3] = {kSumH, kSumV, kSpare0};
-        denseBoxSum(a, sumA, 19, partial);
-        denseBoxSum(b, sumB, 19, partial);
+        denseBoxSum(a, sumA, 19);
+        denseBoxSum(b, sumB, 19);
         const int prediction = kSpare0, residual = kSpare1;
         for (int r = 19; r < h_ - 19; ++r)
             predict(p(sumA, r), p(sumB, r), p(kGreenPlane, r), p(kMosaic, r),
@@ -517,7 +544,7 @@ private:
     Plane planes_[kPlaneCount];
     std::vector<float> tmp_;
     std::vector<int> columns_;  // frame column of each tile column, for the mirrored ones
-    std::vector<float> isGreen_[2];
+    int otherColumn_[2] = {0, 0};  // [row parity]: column parity of the red or blue sites
     std::vector<float> sign_[2];
     std::vector<float> mask_[2][2];      // [row parity][red, blue]
     std::vector<float> invCount_[2][2];  // [row parity][red, blue]
