@@ -109,34 +109,6 @@ struct ScalingCase {
 
 }  // namespace
 
-TEST(BayerConversion, FlatColoursComeBackInEveryPattern) {
-    // Each pattern's own cell layout: a flat colour mosaiced in it must return as that colour.
-    struct Pattern { PfncFormat_ format8, format12; const char* cell; };
-    const Pattern patterns[] = {{BayerGR8, BayerGR12, "GRBG"}, {BayerRG8, BayerRG12, "RGGB"},
-                                {BayerGB8, BayerGB12, "GBRG"}, {BayerBG8, BayerBG12, "BGGR"}};
-    const unsigned colour[3] = {200, 90, 30};  // R, G, B
-    for (const Pattern& p : patterns) {
-        for (PfncFormat_ format : {p.format8, p.format12}) {
-            const unsigned scale = format == p.format8 ? 1 : 16;
-            ZTImage mosaic = ZTImage::create(format, 10, 7);
-            for (unsigned y = 0; y < 7; ++y)
-                for (unsigned x = 0; x < 10; ++x) {
-                    const char c = p.cell[(y % 2) * 2 + x % 2];
-                    const unsigned v = colour[c == 'R' ? 0 : c == 'G' ? 1 : 2] * scale;
-                    if (scale == 1) mosaic.getBuffer()[y * 10 + x] = static_cast<uint8_t>(v);
-                    else reinterpret_cast<uint16_t*>(mosaic.getBuffer())[y * 10 + x] = static_cast<uint16_t>(v);
-                }
-            const PfncFormat_ target = scale == 1 ? RGB8 : RGB12;
-            const ZTImage rgb = convertTo(target, mosaic);
-            for (unsigned y : {0u, 3u, 6u})
-                for (unsigned x : {0u, 5u, 9u})  // borders and interior
-                    for (unsigned c = 0; c < 3; ++c)
-                        ASSERT_EQ(sampleAt(rgb, x, y, c), colour[c] * scale)
-                            << p.cell << " at " << x << "," << y << " channel " << c << " depth " << getBitsPerChannel(format);
-        }
-    }
-}
-
 // Both demosaics rebuild these grey frames with a straight edge exactly, so every rule must give
 // the same figures whichever of them runs.
 TEST(BayerConversion, ScalingRulesOnFramesOfChosenRange) {
@@ -291,20 +263,6 @@ TEST(BayerConversion, EmptyFramesReachOpenCVWhenConvertedDirectly) {
             EXPECT_EQ(front.convert(dst, src), 0);
         }
     }
-}
-
-TEST(BayerConversion, RegistryHasBothClassesForEveryBayerPair) {
-    ImageConverterFactory factory;
-    int rgb = 0, mono = 0;
-    for (const ConversionInfo& c : ImageConverterFactory::listConversions()) {
-        auto converter = factory.createConverter(c.dst, c.src);
-        if (dynamic_cast<Bayer2Rgb*>(converter.get())) ++rgb;
-        if (dynamic_cast<Bayer2Mono*>(converter.get())) ++mono;
-    }
-    EXPECT_EQ(rgb, 36);
-    EXPECT_EQ(mono, 36);
-    EXPECT_EQ(factory.createConverter(RGB10, BayerRG12), nullptr);  // depths must match
-    EXPECT_EQ(factory.createConverter(RGB16, BayerRG8), nullptr);
 }
 
 // The grey levels equal OpenCV's 16-bit colour-to-grey conversion in both channel orders: every

@@ -71,6 +71,7 @@ TEST(GrabResultAttach, FrameLivesWhileAnyImageOrCopyViewsIt) {
     unsigned char own[16] = {};
     assigned.attachUserBuffer(own, sizeof own, Mono8, 4, 4, 0);
     ZTImage copyOfAssigned(assigned);
+    EXPECT_EQ(copyOfAssigned.getBuffer(), own);
     assigned = ZTImage();
     EXPECT_EQ(frame.released, 0);
     copyOfAssigned = ZTImage();
@@ -84,13 +85,9 @@ TEST(GrabResultAttach, FrameLivesWhileAnyImageOrCopyViewsIt) {
 // values are checked by the round trips below); layouts the library cannot hold get no format;
 // everything else, the Bayer 10p codes included, is viewed in the frame's memory.
 TEST(GrabResultAttach, EachFormatIsUnpackedViewedOrGivenNoFormat) {
+    // One code of each packing (the target of every code is checked with its pixels elsewhere).
     const std::pair<PfncFormat_, PfncFormat_> unpacked[] = {
-        {Mono10Packed, Mono10},       {Mono10p, Mono10},           {BayerGR10Packed, BayerGR10},
-        {BayerRG10Packed, BayerRG10}, {BayerGB10Packed, BayerGB10}, {BayerBG10Packed, BayerBG10},
-        {Mono12Packed, Mono12},       {BayerGR12Packed, BayerGR12}, {BayerRG12Packed, BayerRG12},
-        {BayerGB12Packed, BayerGB12}, {BayerBG12Packed, BayerBG12}, {Mono12p, Mono12},
-        {BayerBG12p, BayerBG12},      {BayerGB12p, BayerGB12},     {BayerGR12p, BayerGR12},
-        {BayerRG12p, BayerRG12}};
+        {Mono10Packed, Mono10}, {Mono10p, Mono10}, {BayerGB12Packed, BayerGB12}, {BayerRG12p, BayerRG12}};
     const PfncFormat_ noFormat[] = {Mono1p, Mono2p, Mono4p, RGB10V1Packed, RGB12V1Packed,
                                     0x02240086, 0x02180088, 0x021E0084, 0x02140087};
     const PfncFormat_ viewed[] = {BayerBG10p, BayerGB10p, BayerGR10p, BayerRG10p, RGB12p, Mono14};

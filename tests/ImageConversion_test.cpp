@@ -205,6 +205,8 @@ TEST(ImageConversion, FactoryAnswersByPairOrder) {
     EXPECT_NE(dynamic_cast<Mono2Mono*>(factory.createConverter(Mono8, Mono10).get()), nullptr);
     EXPECT_EQ(factory.createConverter(Mono10, Mono8), nullptr);  // reversed pair
     EXPECT_EQ(factory.createConverter(Mono10, BayerRG12), nullptr);
+    EXPECT_EQ(factory.createConverter(RGB10, BayerRG12), nullptr);  // Bayer depths must match
+    EXPECT_EQ(factory.createConverter(RGB16, BayerRG8), nullptr);
     EXPECT_NE(dynamic_cast<Yuv2Rgb*>(factory.createConverter(RGB8, YUV8_UYV).get()), nullptr);
 
     EXPECT_EQ(getDestType(BGR16), 0u);

@@ -10,11 +10,6 @@
 
 using namespace ZTI;
 
-TEST(ImageClone, InvalidSourcesGiveNothing) {
-    EXPECT_EQ(imageutil::cloneShared(ZTImage()), nullptr);
-    EXPECT_FALSE(imageutil::cloneValue(ZTImage()).isValid());
-}
-
 TEST(ImageClone, TheTemporaryIsCopiedThenGivenBackToThePool) {
     // A clone is a copy of an image made by create, which is then dropped: two acquires and
     // one release. With buffers A and B cached (B on top), create takes B, the copy takes A,
@@ -58,26 +53,6 @@ TEST(ImageClone, AFailedCreateGivesADefaultImage) {
     EXPECT_EQ(value.getWidth(), 0u);
     EXPECT_EQ(value.getHeight(), 0u);
     EXPECT_EQ(value.getpaddingX(), 0);
-}
-
-TEST(ImageClone, ClonesOfAFrameOwnTheirPixelsAndLetTheFrameGo) {
-    int released = 0;
-    std::vector<unsigned char> frameMemory(8 * 4);
-    for (size_t i = 0; i < frameMemory.size(); ++i) frameMemory[i] = static_cast<unsigned char>(i);
-    std::shared_ptr<ZTImage> shared;
-    ZTImage value;
-    {
-        ZTImage image;
-        image.attachGrabResult(createGrabResult(Mono8, 8, 4, 0, frameMemory.data(), 32, [&] { ++released; }));
-        shared = imageutil::cloneShared(image);
-        value = imageutil::cloneValue(image);
-    }
-    EXPECT_EQ(released, 1) << "clones must not hold the frame";
-    for (const ZTImage* clone : {shared.get(), &value}) {
-        ASSERT_NE(clone, nullptr);
-        EXPECT_NE(clone->getBuffer(), frameMemory.data());
-        EXPECT_EQ(0, std::memcmp(clone->getBuffer(), frameMemory.data(), 32));
-    }
 }
 
 TEST(ImageClone, PaddedImagesKeepEveryRowAndThePadding) {

@@ -72,44 +72,6 @@ TEST(ZTImage, CopyOfACallersBufferOwnsAPoolCopy) {
     EXPECT_EQ(attached.getBuffer()[0], 77);
 }
 
-TEST(ZTImage, AttachingAGrabResultSharesTheFrameWithCopies) {
-    int released = 0;
-    std::vector<unsigned char> frameMemory(640 * 480, 9);
-    {
-        ZTImage image;
-        image.attachGrabResult(createGrabResult(Mono8, 640, 480, 0, frameMemory.data(), 0,
-                                                [&] { ++released; }));
-        EXPECT_EQ(image.getByteCount(), 307200u);  // size 0 falls back to the packed size
-        EXPECT_EQ(image.getBuffer(), frameMemory.data());
-        {
-            ZTImage copy(image);
-            EXPECT_EQ(copy.getBuffer(), frameMemory.data());
-            image.reset(Mono8, 2, 2);  // the copy still holds the frame
-            EXPECT_EQ(released, 0);
-        }
-        EXPECT_EQ(released, 1);
-    }
-    EXPECT_EQ(released, 1);
-}
-
-TEST(ZTImage, AttachingAUserBufferKeepsAHeldFrameAlive) {
-    int released = 0;
-    unsigned char frameMemory[16] = {};
-    unsigned char mine[4] = {1, 2, 3, 4};
-    ZTImage image;
-    image.attachGrabResult(createGrabResult(Mono8, 4, 4, 0, frameMemory, 16, [&] { ++released; }));
-    image.attachUserBuffer(mine, 4, Mono8, 2, 2, 0);
-    EXPECT_EQ(image.getBuffer(), mine);
-    EXPECT_EQ(released, 0);
-    // The copy rule now sees a held frame and a user buffer: it views the same memory.
-    ZTImage copy(image);
-    EXPECT_EQ(copy.getBuffer(), mine);
-    image.reset(Mono8, 1, 1);
-    EXPECT_EQ(released, 0);
-    copy.reset(Mono8, 1, 1);
-    EXPECT_EQ(released, 1);
-}
-
 TEST(ZTImage, ResetKeepsPaddingAndReturnsMemory) {
     ZTImage image = ZTImage::create(Mono8, 16, 4, 8);
     EXPECT_EQ(image.getStride(), 24u);
