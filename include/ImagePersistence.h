@@ -35,9 +35,13 @@ public:
     /// first). Thread-safe for distinct images.
     static void save(ImageFileFormat format, const ZTImage& image, const char* path);
 
-    /// Like save, but reports every failure instead: returns false and sets `error` to a
-    /// one-line reason when the image is invalid or cannot be converted, the path is null, or
-    /// the file could not be written. Nothing is left at `path` on failure.
+    /// Like save, but reports every failure instead and never throws: returns false and sets
+    /// `error` to a one-line reason when the image is invalid or cannot be converted, the path
+    /// is null, the codec refuses the image, or the file could not be written (with the
+    /// system's reason: "No space left on device", "File too large", "Permission denied" ...).
+    /// The file is encoded in memory, written in full under a temporary name beside `path`,
+    /// flushed to the device and renamed; on failure the temporary file is removed and `path`
+    /// keeps what it held before. Thread-safe for distinct images.
     static bool trySave(ImageFileFormat format, const ZTImage& image, const char* path, std::string& error);
 
     /// True when an image of `pixelType` can be saved with `format`.
