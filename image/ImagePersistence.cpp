@@ -92,6 +92,9 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
             return false;
         }
         const int result = converter.convert(out.image, image);
+        // A converted image without memory is an allocation that failed, not a conversion the
+        // program should never have asked for: it is reported as memory exhaustion is.
+        if (result != 0 && !out.image.isValid()) throw std::bad_alloc();
         if (result != 0) {
             if (abortOnFailure) ZT_ASSERT(false);
             error = "cannot save pixel format " + std::to_string(source) + ": conversion failed";
@@ -179,7 +182,8 @@ bool writeAtomically(const cv::Mat& matrix, const std::string& path, std::string
         error = "cannot write " + path + ": " + std::strerror(errno);
         return false;
     }
-    TemporaryFile temp(pattern);
+    // Moved, not copied: nothing may throw between creating the file and owning it.
+    TemporaryFile temp(std::move(pattern));
     // mkstemps creates the file for its owner only; a saved image gets the usual permissions.
     bool ok = ::fchmod(fd, 0666 & ~currentUmask()) == 0 && writeAll(fd, encoded.data(), encoded.size()) &&
               ::fsync(fd) == 0;

@@ -32,7 +32,7 @@ public:
     /// extension no codec knows) is not reported, nor is an image that is empty or holds less
     /// memory than its rows span (nothing is written then). A format that cannot be converted
     /// to its file format is a programming error and aborts (use trySave or canSave to check
-    /// first). Thread-safe for distinct images.
+    /// first). Memory exhaustion raises std::bad_alloc. Thread-safe for distinct images.
     static void save(ImageFileFormat format, const ZTImage& image, const char* path);
 
     /// Like save, but reports every failure instead and never throws: returns false and sets
