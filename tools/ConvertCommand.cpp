@@ -30,7 +30,8 @@ const char* const kConvertHelp =
     "-o        the output file: .raw writes the pixels of FORMAT with packed rows; .png .tif\n"
     "          .tiff .pgm .ppm .pnm keep 16-bit samples; .bmp .jpg .jpeg take 8 bits.\n"
     "--out-dir converts every INPUT into DIR, named after the input with extension EXT\n"
-    "          (default .png).\n"
+    "          (default .png). Inputs that would share an output name are refused before\n"
+    "          anything is written.\n"
     "\n"
     "ztimage formats lists the formats and the conversions that exist.\n";
 

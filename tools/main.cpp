@@ -36,7 +36,8 @@ const char* const kToolHelp =
     "  formats   the pixel formats the library knows and the conversions between them\n"
     "\n"
     "Pixel formats are PFNC names (Mono8, BayerRG12p, RGB8 ...), in any case.\n"
-    "Exit status: 0 success, 1 a file or an operation failed, 2 a wrong command line.\n";
+    "Exit status: 0 success, 1 a file or an operation failed, 2 a wrong command line,\n"
+    "128 + N when ended by signal N (SIGINT, SIGTERM; a file being saved is finished first).\n";
 
 struct Command {
     const char* name;
