@@ -24,17 +24,11 @@
 #include <string>
 #include <vector>
 
+#include "LibcAllocator.h"
+
 // ---- the allocator entry points ----------------------------------------------------------------
 // Defined in the executable, so the libraries' calls land here (operator new calls malloc).
 // Only the test's own thread is armed; everything hands over to the C library.
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* pointer, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-void __libc_free(void* pointer);
-}
 
 namespace {
 

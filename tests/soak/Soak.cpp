@@ -23,17 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "../LibcAllocator.h"
+
 // ---- allocation counting --------------------------------------------------------------------
 // Every allocation of the process, also OpenCV's and the C++ runtime's (operator new calls
 // malloc), goes through these definitions, which count and hand over to the C library.
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* pointer, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-void __libc_free(void* pointer);
-}
 
 namespace {
 std::atomic<uint64_t> allocations{0}, allocatedBytes{0};
