@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -284,8 +285,30 @@ void checkOutputPath(const std::string& path) {
 
 namespace {
 
+// Saves under way on any thread, and a SIGINT or SIGTERM that arrived during one. Lock-free
+// atomics, so the signal handler may use them.
+std::atomic<int> savesUnderWay{0};
+std::atomic<int> pendingSignal{0};
+
+[[noreturn]] void endByInterrupt(int signal) {
+    static const char kMessage[] = "ztimage: interrupted\n";
+    const ssize_t ignored = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+    static_cast<void>(ignored);
+    ::_exit(128 + signal);
+}
+
+extern "C" void onInterrupt(int signal) {
+    // During a save (on whichever thread the signal lands) the tool ends when the save does.
+    if (savesUnderWay.load() > 0) {
+        pendingSignal.store(signal);
+        return;
+    }
+    endByInterrupt(signal);
+}
+
 // SIGINT and SIGTERM wait while a file is written: the save ends with the file complete or
-// with nothing (its temporary file removed), and the handler main installed then ends the tool.
+// with nothing (its temporary file removed), and then the tool ends. The saving thread blocks
+// both signals; one that lands on another thread is recorded by the handler.
 class InterruptsHeld {
 public:
     InterruptsHeld() {
@@ -294,8 +317,15 @@ public:
         sigaddset(&set, SIGINT);
         sigaddset(&set, SIGTERM);
         pthread_sigmask(SIG_BLOCK, &set, &previous_);
+        savesUnderWay.fetch_add(1);
     }
-    ~InterruptsHeld() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+    ~InterruptsHeld() {
+        if (savesUnderWay.fetch_sub(1) == 1 && pendingSignal.load() != 0) endByInterrupt(pendingSignal.load());
+        // A signal blocked on this thread is delivered here, and the handler ends the tool.
+        pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+        // One recorded by another thread just as the last save ended.
+        if (pendingSignal.load() != 0 && savesUnderWay.load() == 0) endByInterrupt(pendingSignal.load());
+    }
     InterruptsHeld(const InterruptsHeld&) = delete;
     InterruptsHeld& operator=(const InterruptsHeld&) = delete;
 
@@ -304,6 +334,14 @@ private:
 };
 
 }  // namespace
+
+void installInterruptHandlers() {
+    struct sigaction action {};
+    action.sa_handler = &onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
 
 void checkPixelPairs(const ZTI::ZTImage& image, const std::string& path) {
     const PfncFormat_ format = image.getPixelType();

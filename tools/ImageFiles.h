@@ -52,6 +52,10 @@ void checkOutputPath(const std::string& path);
 /// the reason (the system's for a full disk or a size limit).
 void writeImage(const ZTI::ZTImage& image, const std::string& path);
 
+/// Makes SIGINT and SIGTERM end the tool with 128 + the signal, at once, or when the saves
+/// under way have ended. Called once by main, before any work.
+void installInterruptHandlers();
+
 /// Fails with a ToolError naming `path` when `image` is a 4:2:2 format of odd width, which the
 /// library cannot convert (its pixels share colour in pairs).
 void checkPixelPairs(const ZTI::ZTImage& image, const std::string& path);

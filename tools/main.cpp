@@ -1,7 +1,4 @@
 // ztimage: the image library from the command line.
-#include <signal.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -9,6 +6,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "ImageFiles.h"
 #include "ToolError.h"
 
 #ifndef ZTIMAGE_VERSION
@@ -83,24 +81,6 @@ int run(int argc, char** argv) {
         return command.run(args);
     }
     throw usageError("unknown command '" + name + "' (ztimage --help lists them)");
-}
-
-// Ends the tool on SIGINT or SIGTERM with 128 + the signal, as a shell reports it. Saves hold
-// both signals while they write (see writeImage), so this never runs with a temporary file
-// left behind.
-extern "C" void onInterrupt(int signal) {
-    static const char kMessage[] = "ztimage: interrupted\n";
-    const ssize_t ignored = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
-    static_cast<void>(ignored);
-    ::_exit(128 + signal);
-}
-
-void installInterruptHandlers() {
-    struct sigaction action {};
-    action.sa_handler = &onInterrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
 }
 
 }  // namespace
