@@ -176,6 +176,9 @@ bool writeAtomically(const cv::Mat& matrix, const std::string& path, std::string
         error = "cannot write " + path + ": the codec for '" + extension + "' refused the image";
         return false;
     }
+    // mkstemps creates the file for its owner only; a saved image gets the usual permissions.
+    // Everything that may throw is done before the file is opened.
+    const mode_t mode = 0666 & ~currentUmask();
     std::string pattern = dir + ".ztimage-XXXXXX" + extension;
     const int fd = mkstemps(pattern.data(), static_cast<int>(extension.size()));
     if (fd < 0) {
@@ -184,8 +187,7 @@ bool writeAtomically(const cv::Mat& matrix, const std::string& path, std::string
     }
     // Moved, not copied: nothing may throw between creating the file and owning it.
     TemporaryFile temp(std::move(pattern));
-    // mkstemps creates the file for its owner only; a saved image gets the usual permissions.
-    bool ok = ::fchmod(fd, 0666 & ~currentUmask()) == 0 && writeAll(fd, encoded.data(), encoded.size()) &&
+    bool ok = ::fchmod(fd, mode) == 0 && writeAll(fd, encoded.data(), encoded.size()) &&
               ::fsync(fd) == 0;
     int reason = errno;
     // Some file systems report a failed write-back only when the file is closed.

@@ -276,6 +276,16 @@ End armedCall(const std::function<End()>& call) {
     return end;
 }
 
+// Open file descriptors of the process: a failed save must close what it opened.
+size_t openFiles() {
+    size_t count = 0;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        static_cast<void>(entry);
+        ++count;
+    }
+    return count;
+}
+
 void injectInto(const Subject& subject) {
     SCOPED_TRACE(subject.name);
     // One run unarmed first: what the libraries set up once per process (OpenCV's tables and
@@ -291,6 +301,7 @@ void injectInto(const Subject& subject) {
         drainPool();
         const int failuresBefore = testing::UnitTest::GetInstance()->current_test_case()->failed_test_count() +
                                    testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
+        const size_t filesBefore = openFiles();
         bool ended = false;
         const End end = subject.run(kWidth, [&](const std::function<End()>& call) {
             const End result = armedCall(call);
@@ -314,6 +325,7 @@ void injectInto(const Subject& subject) {
             backtrace_symbols_fd(liveStack[i], kFrames, 2);
         }
         EXPECT_TRUE(ended) << "allocation " << n << ": the call did not return";
+        EXPECT_EQ(openFiles(), filesBefore) << "allocation " << n << " failed (" << describe(end) << ")";
         EXPECT_EQ(leaked, 0) << "allocation " << n << " failed (" << describe(end) << "): " << leaked
                              << " blocks not freed";
         if (spared) {
