@@ -14,11 +14,13 @@ using namespace ZTI;
 
 namespace {
 
-// One folder per process, removed when the process exits.
+// One folder per process, removed when the process exits. In memory where there is a tmpfs:
+// every save flushes its file to the device, which on a disk would set the pace.
 struct TempFolder {
     TempFolder() {
-        char pattern[] = "/tmp/ztimage-fuzz-save-XXXXXX";
-        if (mkdtemp(pattern) == nullptr) std::abort();
+        std::string pattern = access("/dev/shm", W_OK) == 0 ? "/dev/shm/ztimage-fuzz-save-XXXXXX"
+                                                             : "/tmp/ztimage-fuzz-save-XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) std::abort();
         path = pattern;
     }
     ~TempFolder() { std::filesystem::remove_all(path); }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
 #include "PoolRelease.h"
 
@@ -68,7 +69,13 @@ unsigned char* ImageBufferPool::acquireBuffer(size_t size) {
 void ImageBufferPool::releaseBuffer(unsigned char* buffer, size_t size) {
     if (buffer == nullptr) return;
     std::lock_guard<std::mutex> lock(mutex_);
-    freeBuffers_[size].push_back(buffer);
+    // Filing the buffer may need memory for the list itself. Releasing runs in destructors and
+    // must not fail: without that memory the buffer goes back to the system instead.
+    try {
+        freeBuffers_[size].push_back(buffer);
+    } catch (const std::bad_alloc&) {
+        std::free(buffer);
+    }
 }
 
 }  // namespace ZTI

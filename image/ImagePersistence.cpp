@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <new>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Assert.h"
@@ -86,6 +89,9 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
             return false;
         }
         const int result = converter.convert(out.image, image);
+        // A converted image without memory is an allocation that failed, not a conversion the
+        // program should never have asked for: it is reported as memory exhaustion is.
+        if (result != 0 && !out.image.isValid()) throw std::bad_alloc();
         if (result != 0) {
             out.conversionFailed = true;
             error = "cannot save pixel format " + getPixelFormatLabel(source) + ": conversion failed";
@@ -118,43 +124,83 @@ bool prepare(ImageFileFormat format, const ZTImage& image, Prepared& out, std::s
     return true;
 }
 
-// Writes the matrix under a temporary name beside `path` that keeps its extension (the codec
-// is chosen by it), then renames it into place.
+// Removes the temporary file unless it was renamed into place.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+    ~TemporaryFile() {
+        if (!path_.empty()) ::unlink(path_.c_str());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    const std::string& path() const { return path_; }
+    void kept() { path_.clear(); }
+
+private:
+    std::string path_;
+};
+
+// Writes all of `bytes` to `fd`; false with errno set when the device refuses any of them
+// (full, over the file-size limit, an I/O error).
+bool writeAll(int fd, const unsigned char* bytes, size_t size) {
+    while (size > 0) {
+        const ssize_t n = ::write(fd, bytes, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        if (n == 0) {
+            errno = EIO;
+            return false;
+        }
+        bytes += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// Encodes the matrix in memory with the codec the extension of `path` chooses, writes it under
+// a temporary name beside `path` (same folder, so the rename cannot cross file systems),
+// flushes it to the device and renames it into place. Every step is checked: on any failure
+// the temporary file is removed, `path` is untouched and `error` holds the system's reason.
+// Codec exceptions (an extension no codec knows) pass to the caller.
 bool writeAtomically(const cv::Mat& matrix, const std::string& path, std::string& error) {
     const size_t slash = path.find_last_of('/');
     const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     const size_t dot = name.find_last_of('.');
     const std::string extension = dot == std::string::npos ? std::string() : name.substr(dot);
-    std::string temp = dir + ".ztimage-XXXXXX" + extension;
-    std::vector<char> buffer(temp.begin(), temp.end());
-    buffer.push_back('\0');
-    const int fd = mkstemps(buffer.data(), static_cast<int>(extension.size()));
+    std::vector<unsigned char> encoded;
+    if (!cv::imencode(extension, matrix, encoded, std::vector<int>())) {
+        error = "cannot write " + path + ": the codec for '" + extension + "' refused the image";
+        return false;
+    }
+    // mkstemps creates the file for its owner only; a saved image gets the usual permissions.
+    // Everything that may throw is done before the file is opened.
+    const mode_t mode = 0666 & ~currentUmask();
+    std::string pattern = dir + ".ztimage-XXXXXX" + extension;
+    const int fd = mkstemps(pattern.data(), static_cast<int>(extension.size()));
     if (fd < 0) {
         error = "cannot write " + path + ": " + std::strerror(errno);
         return false;
     }
-    temp = buffer.data();
-    fchmod(fd, 0666 & ~currentUmask());
-    close(fd);
-    bool written = false;
-    try {
-        written = cv::imwrite(temp, matrix, std::vector<int>());
-    } catch (...) {
-        std::remove(temp.c_str());
-        throw;
+    // Moved, not copied: nothing may throw between creating the file and owning it.
+    TemporaryFile temp(std::move(pattern));
+    bool ok = ::fchmod(fd, mode) == 0 && writeAll(fd, encoded.data(), encoded.size()) &&
+              ::fsync(fd) == 0;
+    int reason = errno;
+    // Some file systems report a failed write-back only when the file is closed.
+    if (::close(fd) != 0 && ok) {
+        ok = false;
+        reason = errno;
     }
-    if (!written) {
-        std::remove(temp.c_str());
-        error = "cannot write " + path + ": the codec for '" + extension + "' refused the image";
-        return false;
+    if (ok) {
+        if (std::rename(temp.path().c_str(), path.c_str()) == 0) {
+            temp.kept();
+            return true;
+        }
+        reason = errno;
     }
-    if (std::rename(temp.c_str(), path.c_str()) != 0) {
-        error = "cannot write " + path + ": " + std::strerror(errno);
-        std::remove(temp.c_str());
-        return false;
-    }
-    return true;
+    error = "cannot write " + path + ": " + std::strerror(reason);
+    return false;
 }
 
 }  // namespace
@@ -199,14 +245,20 @@ bool ImagePersistence::trySave(ImageFileFormat format, const ZTImage& image, con
         error = "image has no pixels to save";
         return false;
     }
-    Prepared prepared;
-    if (!prepare(format, image, prepared, error, false)) return false;
+    // Every failure is reported, also those OpenCV and the allocator raise (a 16-bit image
+    // whose padding is not a whole number of samples, a codec without a writer, no memory).
     try {
+        Prepared prepared;
+        if (!prepare(format, image, prepared, error, false)) return false;
         return writeAtomically(prepared.matrix, path, error);
     } catch (const cv::Exception& e) {
+        error = std::string("cannot write ") + path + ": " + e.err;
+    } catch (const std::bad_alloc&) {
+        error = std::string("cannot write ") + path + ": out of memory";
+    } catch (const std::exception& e) {
         error = std::string("cannot write ") + path + ": " + e.what();
-        return false;
     }
+    return false;
 }
 
 }  // namespace ZTI

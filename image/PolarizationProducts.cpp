@@ -4,6 +4,7 @@
 
 #include "Polarization.h"
 #include "ImageConverterFactory.h"
+#include "MatrixBridge.h"
 #include "PolarizationBridge.h"
 #include "ZTImageFormatConverter.h"
 
@@ -58,7 +59,10 @@ int CreateGlareReduced(const ZTImage& src, ZTImage& dst) {
 
 int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
                   unsigned int lowColor, unsigned int highColor) {
-    if (!src.isValid()) return -1;
+    // A source whose memory does not hold its rows is refused like every other product's:
+    // the failed conversion below would otherwise leave a working image of undefined pixels.
+    // Formats with no matrix form have no conversion and are mapped regardless (below).
+    if (!src.isValid() || (get_cv_mat_type(src.getPixelType()) >= 0 && !viewFits(src))) return -1;
     ZTImage converted;
     const ZTImage* mosaic = &src;
     if (src.getPixelType() != Mono8) {

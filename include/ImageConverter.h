@@ -91,7 +91,9 @@ public:
     void convert(ZTImage& dst, const ZTImage& src) override;
 };
 /// Mono8/10/12/16 to another mono depth by the full-range linear scale
-/// (2^d - 1) / (2^s - 1), rounded and saturated.
+/// (2^d - 1) / (2^s - 1), saturated. OpenCV multiplies in single precision and rounds half to
+/// even, so a product that lies just above a half can round down: Mono12 to Mono16 gives
+/// round(v x 65535 / 4095) - 1 for v = 1229, 1775, 2321, 2867, 3413, 3959 and 3960.
 class ZTI_API Mono2Mono : public DefaultConverter {
 public:
     void convert(ZTImage& dst, const ZTImage& src) override;

@@ -33,12 +33,16 @@ public:
     /// extension no codec knows) is not reported, nor is an image that is empty or holds less
     /// memory than its rows span (nothing is written then). A format that cannot be converted
     /// to its file format is a programming error and aborts (use trySave or canSave to check
-    /// first). Thread-safe for distinct images.
+    /// first). Memory exhaustion raises std::bad_alloc. Thread-safe for distinct images.
     static void save(ImageFileFormat format, const ZTImage& image, const char* path);
 
-    /// Like save, but reports every failure instead: returns false and sets `error` to a
-    /// one-line reason when the image is invalid or cannot be converted, the path is null, or
-    /// the file could not be written. Nothing is left at `path` on failure.
+    /// Like save, but reports every failure instead and never throws: returns false and sets
+    /// `error` to a one-line reason when the image is invalid or cannot be converted, the path
+    /// is null, the codec refuses the image, or the file could not be written (with the
+    /// system's reason: "No space left on device", "File too large", "Permission denied" ...).
+    /// The file is encoded in memory, written in full under a temporary name beside `path`,
+    /// flushed to the device and renamed; on failure the temporary file is removed and `path`
+    /// keeps what it held before. Thread-safe for distinct images.
     static bool trySave(ImageFileFormat format, const ZTImage& image, const char* path, std::string& error);
 
     /// True when an image of `pixelType` can be saved with `format`.

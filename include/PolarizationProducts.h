@@ -61,7 +61,9 @@ ZTI_API int CreateGlareReduced(const ZTImage& src, ZTImage& dst);
 /// entry between the two, in order, so blue to red runs through cyan, green and yellow.
 /// For a source format whose conversion to Mono8 fails, the map is made of the converter's
 /// untouched destination (undefined pixels) and 0 is returned. Returns -1, `dst` unchanged,
-/// when the source is invalid or unusable, or when the RGB8 image cannot be allocated.
+/// when the source is invalid, its memory does not hold its rows (a caller's buffer or frame
+/// stated shorter), it is too large for the polarization library, or the RGB8 image cannot
+/// be allocated.
 ZTI_API int CreateHeatmap(const ZTImage& src, ZTImage& dst, unsigned int low, unsigned int high,
                           unsigned int lowColor, unsigned int highColor);
 

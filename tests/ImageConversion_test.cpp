@@ -160,6 +160,10 @@ TEST(ImageConversion, DepthScaleAtItsEdges) {
         {Mono8, Mono16, 65535, 255}, {Mono8, Mono16, 128, 0}, {Mono8, Mono16, 129, 1},
         {Mono16, Mono10, 1023, 65535}, {Mono8, Mono12, 4095, 255},
         {Mono8, Mono10, 2000, 255},  // out-of-range samples saturate
+        // Single-precision products just above a half round down (the documented exceptions):
+        // 1229 x 65535 / 4095 = 19668.5018, 3960 x 65535 / 4095 = 63374.5055; 1230 gives
+        // 19684.5055 and rounds up.
+        {Mono16, Mono12, 1229, 19668}, {Mono16, Mono12, 3960, 63374}, {Mono16, Mono12, 1230, 19685},
     };
     for (const Case& c : cases) {
         ZTImage src(c.src, 1, 1, 0, const_cast<uint16_t*>(&c.in));

@@ -4,7 +4,15 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sched.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <vector>
 
 #include <cstdlib>
 #include <cstring>
@@ -135,4 +143,109 @@ TEST_F(ImagePersistenceDeathTest, AFailedConversionAbortsFromSaveItself) {
                  "^\\.\\./image/ImagePersistence\\.cpp:[0-9]+: static void ZTI::ImagePersistence::save\\("
                  "ZTI::ImageFileFormat, const ZTI::ZTImage&, const char\\*\\): Assertion `false' failed\\.\n$");
     EXPECT_EQ(fileCount(), 0u);
+}
+
+namespace {
+
+// Every extension the codecs write, with an image large enough that no encoding of it fits in
+// a few kilobytes (random pixels do not compress).
+const char* const kExtensions[] = {".png", ".tif", ".tiff", ".jpg", ".bmp", ".ppm", ".pnm"};
+
+ZTImage noise(unsigned width, unsigned height) {
+    ZTImage image = ZTImage::create(RGB8, width, height);
+    unsigned state = 12345;
+    for (size_t i = 0; i < image.getByteCount(); ++i) {
+        state = state * 1103515245u + 12345u;
+        image.getBuffer()[i] = static_cast<unsigned char>(state >> 23);
+    }
+    return image;
+}
+
+std::vector<std::string> entriesOf(const std::string& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Saves `image` into `dir` (which holds a complete before.png) once per extension where the
+// device refuses the bytes: each trySave must report the system's `reason`, save() must return
+// quietly, and nothing may be left but before.png, unchanged.
+void expectRefusedEverywhere(const std::string& dir, const ZTImage& image, const std::string& reason) {
+    const std::string before = dir + "/before.png";
+    const auto beforeSize = fs::file_size(before);
+    std::string error;
+    for (const char* extension : kExtensions) {
+        const std::string file = dir + "/out" + extension;
+        error.clear();
+        EXPECT_FALSE(ImagePersistence::trySave(Png, image, file.c_str(), error)) << extension;
+        EXPECT_NE(error.find(reason), std::string::npos) << extension << ": " << error;
+        ImagePersistence::save(Png, image, file.c_str());
+    }
+    // Overwriting a complete file that fails leaves the old one whole.
+    EXPECT_FALSE(ImagePersistence::trySave(Png, image, before.c_str(), error));
+    EXPECT_EQ(entriesOf(dir), std::vector<std::string>{"before.png"});
+    EXPECT_EQ(fs::file_size(before), beforeSize);
+    EXPECT_FALSE(cv::imread(before, cv::IMREAD_UNCHANGED).empty());
+}
+
+}  // namespace
+
+TEST_F(ImagePersistenceTest, FilesPastTheSizeLimitAreReportedAndRemoved) {
+    std::string error;
+    ASSERT_TRUE(ImagePersistence::trySave(Png, gradient(Mono8, 2, 2), path("before.png").c_str(), error)) << error;
+    // The size limit makes write() fail with EFBIG once the signal it raises is ignored.
+    struct rlimit saved {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    void (*oldHandler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limited = saved;
+    limited.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    expectRefusedEverywhere(dir_, noise(96, 96), std::strerror(EFBIG));
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_TRUE(ImagePersistence::trySave(Png, noise(96, 96), path("fits.png").c_str(), error)) << error;
+}
+
+TEST_F(ImagePersistenceTest, FilesOnAFullFileSystemAreReportedAndRemoved) {
+    // A small tmpfs in a mount namespace of this process alone: it goes away with the process
+    // whatever happens, and is unmounted at the end.
+    if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        GTEST_SKIP() << "a full file system needs root and a mount namespace: " << std::strerror(errno);
+    }
+    const std::string mountPoint = path("full");
+    fs::create_directory(mountPoint);
+    if (mount("ztimage-full", mountPoint.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "cannot mount a tmpfs: " << std::strerror(errno);
+    }
+    const std::string dir = mountPoint + "/out";
+    fs::create_directory(dir);
+    std::string error;
+    EXPECT_TRUE(ImagePersistence::trySave(Png, gradient(Mono8, 2, 2), (dir + "/before.png").c_str(), error)) << error;
+    // Fill the rest, leaving less room than any encoding of the image needs.
+    if (FILE* filler = std::fopen((mountPoint + "/filler").c_str(), "wb")) {
+        const std::vector<char> block(512, 0);
+        while (std::fwrite(block.data(), 1, block.size(), filler) == block.size()) {
+        }
+        std::fclose(filler);
+    }
+    expectRefusedEverywhere(dir, noise(96, 96), std::strerror(ENOSPC));
+    EXPECT_EQ(umount2(mountPoint.c_str(), MNT_DETACH), 0);
+}
+
+TEST_F(ImagePersistenceTest, TrySaveReportsWhatOpenCvRaises) {
+    // A 16-bit image whose row padding is not a whole number of samples: OpenCV refuses the
+    // row step while converting. trySave reports it instead of passing the exception on.
+    std::vector<unsigned char> pixels(3 * (2 * 3 + 1));
+    ZTImage odd(Mono12, 3, 3, 1, pixels.data());
+    std::string error;
+    bool saved = true;
+    EXPECT_NO_THROW(saved = ImagePersistence::trySave(Png, odd, path("odd.png").c_str(), error));
+    if (saved) {
+        EXPECT_FALSE(cv::imread(path("odd.png"), cv::IMREAD_UNCHANGED).empty());
+    } else {
+        EXPECT_FALSE(error.empty());
+        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    }
 }

@@ -1,5 +1,8 @@
 // ztimage convert: pixel-format conversion of raw frames and image files, one or a batch.
+#include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -27,7 +30,8 @@ const char* const kConvertHelp =
     "-o        the output file: .raw writes the pixels of FORMAT with packed rows; .png .tif\n"
     "          .tiff .pgm .ppm .pnm keep 16-bit samples; .bmp .jpg .jpeg take 8 bits.\n"
     "--out-dir converts every INPUT into DIR, named after the input with extension EXT\n"
-    "          (default .png).\n"
+    "          (default .png). Inputs that would share an output name are refused before\n"
+    "          anything is written.\n"
     "--demosaic how Bayer frames are demosaiced: ha (Hamilton-Adams, the default) or quality\n"
     "          (residual interpolation: finer detail and cleaner colour edges, slower).\n"
     "\n"
@@ -52,6 +56,7 @@ void convertOne(const std::string& inputPath, const std::string& outputPath, Pfn
         writeImage(input.image, outputPath);
         return;
     }
+    checkPixelPairs(input.image, inputPath);
     if (!ZTI::ImageConverterFactory::canConvert(target, source)) {
         throw ToolError("no conversion from " + describeSource(input) + " to " + formatLabel(target) + "; " +
                         formatLabel(source) + " converts to: " + formatList(conversionTargets(source)));
@@ -60,7 +65,9 @@ void convertOne(const std::string& inputPath, const std::string& outputPath, Pfn
     converter.setOutputFormat(target);
     ZTI::ZTImage output;
     if (converter.convert(output, input.image) != 0) {
-        throw ToolError("converting '" + inputPath + "' to " + formatLabel(target) + " failed");
+        // The pair is convertible and the input's memory holds its rows: what is left to fail
+        // is the allocation of the result.
+        throw ToolError("converting '" + inputPath + "' to " + formatLabel(target) + " failed: out of memory");
     }
     writeImage(output, outputPath);
 }
@@ -71,6 +78,21 @@ std::string outputPathIn(const std::string& directory, const std::string& input,
     const size_t dot = name.find_last_of('.');
     if (dot != std::string::npos && dot > 0) name.resize(dot);
     return directory + "/" + name + extension;
+}
+
+// Inputs of the same name in different folders would overwrite each other's output: found
+// before anything is read or written, as a usage error naming every such group.
+void checkDistinctOutputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs) {
+    std::map<std::string, std::vector<std::string>> sources;
+    for (size_t i = 0; i < inputs.size(); ++i) sources[outputs[i]].push_back(inputs[i]);
+    std::string clashes;
+    for (const auto& [output, named] : sources) {
+        if (named.size() < 2) continue;
+        clashes += clashes.empty() ? "" : "; ";
+        for (size_t i = 0; i < named.size(); ++i) clashes += (i == 0 ? "" : i + 1 == named.size() ? " and " : ", ") + named[i];
+        clashes += (named.size() == 2 ? " would both be written to " : " would all be written to ") + output;
+    }
+    if (!clashes.empty()) throw usageError("output names collide, nothing written: " + clashes);
 }
 
 }  // namespace
@@ -100,13 +122,17 @@ int runConvert(const Args& argv) {
     if (extension.empty() || extension[0] != '.') extension = "." + extension;
     checkOutputPath("output" + extension);
     const std::string directory = args.required("--out-dir");
+    std::vector<std::string> outputs;
+    for (const std::string& input : inputs) outputs.push_back(outputPathIn(directory, input, extension));
+    checkDistinctOutputs(inputs, outputs);
     makeDirectory(directory);
     // A batch goes on past a bad file: each failure gets its line, and the status tells.
     int status = 0;
     Progress progress("converting", inputs.size());
-    for (const std::string& input : inputs) {
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const std::string& input = inputs[i];
         try {
-            convertOne(input, outputPathIn(directory, input, extension), target, options, converter);
+            convertOne(input, outputs[i], target, options, converter);
         } catch (const ToolError& error) {
             progress.clear();
             reportError(error.what());

@@ -1,21 +1,27 @@
 #include "ImageFiles.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
+#include <new>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "FormatNames.h"
 #include "ImagePersistence.h"
+#include "PixelUnpack.h"
 #include "ToolError.h"
 
 namespace ztool {
@@ -54,16 +60,47 @@ std::string systemError(const std::string& what, const std::string& path) {
     return "cannot " + what + " '" + path + "': " + std::strerror(errno);
 }
 
-std::vector<unsigned char> readFile(const std::string& path) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) throw ToolError(systemError("read", path));
+// Reads a raw frame that must hold exactly `needed` bytes. A regular file is judged by its size
+// before anything is read; anything else (a pipe, a device such as /dev/zero) is read up to one
+// byte more than needed. So no input costs more memory than the frame or reads without end.
+// A wrong size is a ToolError from `mismatch`, given what the file was found to hold.
+std::vector<unsigned char> readFrameBytes(const std::string& path, uint64_t needed,
+                                          const std::function<ToolError(const std::string&)>& mismatch) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw ToolError(systemError("read", path));
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        const ToolError error(systemError("read", path));
+        ::close(fd);
+        throw error;
+    }
+    if (S_ISREG(info.st_mode) && static_cast<uint64_t>(info.st_size) != needed) {
+        ::close(fd);
+        throw mismatch(std::to_string(info.st_size) + " bytes");
+    }
     std::vector<unsigned char> bytes;
-    unsigned char chunk[1 << 16];
+    try {
+        bytes.resize(static_cast<size_t>(needed) + 1);
+    } catch (const std::bad_alloc&) {
+        ::close(fd);
+        throw ToolError("out of memory reading '" + path + "' (" + std::to_string(needed) + " bytes)");
+    }
     size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
-    const bool failed = std::ferror(file) != 0;
-    std::fclose(file);
-    if (failed) throw ToolError(systemError("read", path));
+    while (got < bytes.size()) {
+        const ssize_t n = ::read(fd, bytes.data() + got, bytes.size() - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            const ToolError error(systemError("read", path));
+            ::close(fd);
+            throw error;
+        }
+        if (n == 0) break;
+        got += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    if (got > needed) throw mismatch("more than " + std::to_string(needed) + " bytes");
+    if (got < needed) throw mismatch(std::to_string(got) + " bytes");
+    bytes.resize(got);
     return bytes;
 }
 
@@ -81,6 +118,22 @@ ZTI::ZTImage unpadded(const ZTI::ZTImage& image) {
     return packed;
 }
 
+// The 12-bit unpacker reads frames in whole pixel pairs, so a frame of odd pixel count has its
+// last pixel left undefined. That pixel's 12 bits start the frame's last two bytes; they are
+// decoded here by the same unpacker, as the first of a pair whose other half is zero.
+void decodeLastOddPixel(PfncFormat_ fileFormat, LoadedImage& loaded) {
+    const uint64_t pixels = uint64_t{loaded.image.getWidth()} * loaded.image.getHeight();
+    // Only frames unpacked to 12 bits: the 10-bit unpacker decodes partial groups itself.
+    if (ZTI::getBitsPerChannel(loaded.image.getPixelType()) != 12 || !isBitPacked(fileFormat) || pixels % 2 == 0 ||
+        loaded.bytes.size() < 2) {
+        return;
+    }
+    unsigned char pair[3] = {loaded.bytes[loaded.bytes.size() - 2], loaded.bytes[loaded.bytes.size() - 1], 0};
+    unsigned char samples[4] = {};
+    unpack12BitsPixelBuffer(fileFormat, 2, 1, pair, samples);
+    std::memcpy(loaded.image.getBuffer() + 2 * (pixels - 1), samples, 2);
+}
+
 void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& loaded) {
     if (options.format == 0 || options.width == 0 || options.height == 0) {
         throw usageError("raw input '" + path + "' needs --from, --width and --height");
@@ -89,17 +142,18 @@ void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& 
         throw usageError("--padding does not apply to " + formatLabel(options.format) +
                          ": its frames are read as one continuous bit stream");
     }
+    // A bit-packed frame is one stream of width x height pixels; its last byte may be partly
+    // used (a 12-bit frame of odd pixel count ends in half a pixel pair).
+    const uint64_t pixels = uint64_t{options.width} * options.height;
     const uint64_t needed = isBitPacked(options.format)
-        ? ZTI::getPackedByteCount(options.format, options.width, options.height)
+        ? (uint64_t{ZTI::getBitsPerPixel(options.format)} * pixels + 7) / 8
         : uint64_t{ZTI::getRowStride(options.format, options.width, options.padding)} * options.height;
-    loaded.bytes = readFile(path);
-    if (loaded.bytes.size() != needed) {
-        throw ToolError("raw file '" + path + "' holds " + std::to_string(loaded.bytes.size()) +
-                        " bytes, " + formatLabel(options.format) + " " + std::to_string(options.width) +
-                        " x " + std::to_string(options.height) +
-                        (options.padding ? " with padding " + std::to_string(options.padding) : "") +
-                        " needs " + std::to_string(needed));
-    }
+    loaded.bytes = readFrameBytes(path, needed, [&](const std::string& held) {
+        return ToolError("raw file '" + path + "' holds " + held + ", " + formatLabel(options.format) + " " +
+                         std::to_string(options.width) + " x " + std::to_string(options.height) +
+                         (options.padding ? " with padding " + std::to_string(options.padding) : "") + " needs " +
+                         std::to_string(needed));
+    });
     // Attached exactly as a camera frame: packed formats are unpacked, others viewed in place.
     loaded.fileFormat = options.format;
     loaded.image.attachGrabResult(ZTI::createGrabResult(options.format, options.width, options.height,
@@ -108,6 +162,7 @@ void loadRaw(const std::string& path, const InputOptions& options, LoadedImage& 
     if (loaded.image.getPixelType() == 0 || !loaded.image.isValid()) {
         throw ToolError("the library cannot read " + formatLabel(options.format) + " frames ('" + path + "')");
     }
+    decodeLastOddPixel(options.format, loaded);
     // Contrast enhancement and the polarization functions address rows as packed.
     if (loaded.image.getpaddingX() != 0) loaded.image = unpadded(loaded.image);
 }
@@ -174,19 +229,24 @@ void writeRaw(const ZTI::ZTImage& image, const std::string& path) {
     fchmod(fd, 0666 & ~mask);
     const unsigned char* data = image.getBuffer();
     uint64_t written = 0;
+    int reason = 0;
     while (written < size) {
         const ssize_t n = ::write(fd, data + written, size - written);
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
+        if (n <= 0) {
+            reason = n < 0 ? errno : EIO;
+            break;
+        }
         written += static_cast<uint64_t>(n);
     }
-    const int savedErrno = errno;
-    const bool closed = ::close(fd) == 0;
-    if (written != size || !closed || std::rename(temp.c_str(), path.c_str()) != 0) {
-        if (written != size) errno = savedErrno;
-        const std::string message = systemError("write", path);
+    // Flushed to the device before the rename, so a crash cannot leave a named empty file.
+    if (reason == 0 && ::fsync(fd) != 0) reason = errno;
+    if (::close(fd) != 0 && reason == 0) reason = errno;
+    if (reason == 0 && std::rename(temp.c_str(), path.c_str()) != 0) reason = errno;
+    if (reason != 0) {
         std::remove(temp.c_str());
-        throw ToolError(message);
+        errno = reason;
+        throw ToolError(systemError("write", path));
     }
 }
 
@@ -223,8 +283,78 @@ void checkOutputPath(const std::string& path) {
     throw usageError("cannot tell the file type of '" + path + "' from its extension (known: " + known + ")");
 }
 
+namespace {
+
+// Saves under way on any thread, and a SIGINT or SIGTERM that arrived during one. Lock-free
+// atomics, so the signal handler may use them.
+std::atomic<int> savesUnderWay{0};
+std::atomic<int> pendingSignal{0};
+
+[[noreturn]] void endByInterrupt(int signal) {
+    static const char kMessage[] = "ztimage: interrupted\n";
+    const ssize_t ignored = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+    static_cast<void>(ignored);
+    ::_exit(128 + signal);
+}
+
+extern "C" void onInterrupt(int signal) {
+    // During a save (on whichever thread the signal lands) the tool ends when the save does.
+    if (savesUnderWay.load() > 0) {
+        pendingSignal.store(signal);
+        return;
+    }
+    endByInterrupt(signal);
+}
+
+// SIGINT and SIGTERM wait while a file is written: the save ends with the file complete or
+// with nothing (its temporary file removed), and then the tool ends. The saving thread blocks
+// both signals; one that lands on another thread is recorded by the handler.
+class InterruptsHeld {
+public:
+    InterruptsHeld() {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGINT);
+        sigaddset(&set, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &set, &previous_);
+        savesUnderWay.fetch_add(1);
+    }
+    ~InterruptsHeld() {
+        if (savesUnderWay.fetch_sub(1) == 1 && pendingSignal.load() != 0) endByInterrupt(pendingSignal.load());
+        // A signal blocked on this thread is delivered here, and the handler ends the tool.
+        pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+        // One recorded by another thread just as the last save ended.
+        if (pendingSignal.load() != 0 && savesUnderWay.load() == 0) endByInterrupt(pendingSignal.load());
+    }
+    InterruptsHeld(const InterruptsHeld&) = delete;
+    InterruptsHeld& operator=(const InterruptsHeld&) = delete;
+
+private:
+    sigset_t previous_;
+};
+
+}  // namespace
+
+void installInterruptHandlers() {
+    struct sigaction action {};
+    action.sa_handler = &onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void checkPixelPairs(const ZTI::ZTImage& image, const std::string& path) {
+    const PfncFormat_ format = image.getPixelType();
+    const bool pairs = format == ZTI::YUV422_8_UYVY || format == ZTI::YUV422_8 || format == ZTI::YCbCr422_8;
+    if (pairs && image.getWidth() % 2 != 0) {
+        throw ToolError("'" + path + "' is " + formatLabel(format) + " of odd width " + std::to_string(image.getWidth()) +
+                        ": 4:2:2 pixels share their colour in pairs, so the width must be even");
+    }
+}
+
 void writeImage(const ZTI::ZTImage& image, const std::string& path) {
     checkOutputPath(path);
+    const InterruptsHeld held;
     ZTI::ZTImage packedCopy;
     const ZTI::ZTImage* packed = &image;
     if (image.getpaddingX() != 0) {

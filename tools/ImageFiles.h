@@ -46,9 +46,19 @@ void loadImage(const std::string& path, const InputOptions& options, LoadedImage
 void checkOutputPath(const std::string& path);
 
 /// Writes `image` to `path`: the pixels as they are for .raw (rows packed), otherwise an image
-/// file whose codec the extension chooses. The file appears complete or not at all. Failures
-/// are ToolErrors.
+/// file whose codec the extension chooses. The file appears complete or not at all: it is
+/// written under a temporary name and renamed, and SIGINT and SIGTERM are held until the save
+/// has ended, so an interrupted tool leaves no temporary file. Failures are ToolErrors with
+/// the reason (the system's for a full disk or a size limit).
 void writeImage(const ZTI::ZTImage& image, const std::string& path);
+
+/// Makes SIGINT and SIGTERM end the tool with 128 + the signal, at once, or when the saves
+/// under way have ended. Called once by main, before any work.
+void installInterruptHandlers();
+
+/// Fails with a ToolError naming `path` when `image` is a 4:2:2 format of odd width, which the
+/// library cannot convert (its pixels share colour in pairs).
+void checkPixelPairs(const ZTI::ZTImage& image, const std::string& path);
 
 /// `directory` exists afterwards (made with its parents if needed), or a ToolError says why not.
 void makeDirectory(const std::string& directory);

@@ -26,7 +26,10 @@ const char* const kPolarHelp =
     "                 default black:red; black blue cyan green yellow red white)\n"
     "  i0 i45 i90 i135  the quarter-size plane of one polarizer angle\n"
     "  quadrants      the four planes tiled (90 45 / 135 0), Mono8\n"
-    "  quadrants-raw  the same tiling done without conversion, keeping the input's depth\n"
+    "  quadrants-raw  the same tiling done without conversion, keeping the input's depth (one\n"
+    "                 sample of 8 or 16 bits per pixel)\n"
+    "The tilings are made of whole 2 x 2 cells: of an odd width or height, the last column or\n"
+    "row is written as 0. Every product needs at least 2 x 2 pixels.\n"
     "Inputs and outputs are as for ztimage convert.\n";
 
 namespace {
@@ -67,6 +70,27 @@ const NamedQuadrant kQuadrants[] = {
     {"i0", ZTI::PolarQuadrantI0}, {"i45", ZTI::PolarQuadrantI45},
     {"i90", ZTI::PolarQuadrantI90}, {"i135", ZTI::PolarQuadrantI135},
 };
+
+// One sample per pixel in a whole byte or a 16-bit word: what the raw tiling moves as a unit.
+// Several channels, 4:2:2 pairs and bit-packed frames would be cut apart.
+bool isOneWholeSample(PfncFormat_ format) {
+    const unsigned int bits = ZTI::getBitsPerChannel(format), pixelBits = ZTI::getBitsPerPixel(format);
+    return (bits >= 1 && bits <= 8 && pixelBits == 8) || (bits > 8 && bits <= 16 && pixelBits == 16);
+}
+
+// The tilings fill whole 2 x 2 cells only. The library leaves an odd last column or row
+// unwritten; it is set to 0 here so that no pixel of the file is undefined.
+void clearUncoveredEdges(ZTI::ZTImage& image) {
+    const unsigned int width = image.getWidth(), height = image.getHeight();
+    const size_t pixelBytes = ZTI::getBitsPerPixel(image.getPixelType()) / 8;
+    const size_t stride = image.getStride();
+    if (width % 2 == 0 && height % 2 == 0) return;
+    unsigned char* data = image.getBuffer();
+    if (width % 2 != 0) {
+        for (unsigned int y = 0; y < height; ++y) std::memset(data + y * stride + (width - 1) * pixelBytes, 0, pixelBytes);
+    }
+    if (height % 2 != 0) std::memset(data + (height - 1) * stride, 0, width * pixelBytes);
+}
 
 }  // namespace
 
@@ -116,15 +140,21 @@ int runPolar(const Args& argv) {
         throw ToolError("polarization products need a mosaic that converts to Mono8; '" + inputPath + "' holds " +
                         formatLabel(format));
     }
-    // The products estimate every polarizer angle at every pixel from whole 2 x 2 cells.
-    const bool wholeCells = heatmap || (function != nullptr && product != "quadrants");
+    if (!tiledRaw) checkPixelPairs(input.image, inputPath);
+    // The products estimate every polarizer angle at every pixel from whole 2 x 2 cells; the
+    // planes and tilings need at least one.
+    const bool tiled = tiledRaw || product == "quadrants";
+    const bool wholeCells = heatmap || (function != nullptr && !tiled);
     const unsigned int width = input.image.getWidth(), height = input.image.getHeight();
+    const std::string size = "'" + inputPath + "' is " + std::to_string(width) + " x " + std::to_string(height);
     if (wholeCells && (width % 2 != 0 || height % 2 != 0)) {
-        throw ToolError(product + " needs an even width and height; '" + inputPath + "' is " + std::to_string(width) +
-                        " x " + std::to_string(height));
+        throw ToolError(product + " needs an even width and height; " + size);
     }
-    if (tiledRaw && ZTI::getBitsPerChannel(format) > 16) {
-        throw ToolError("quadrants-raw takes samples of up to 16 bits; '" + inputPath + "' holds " + formatLabel(format));
+    if (width < 2 || height < 2) throw ToolError(product + " needs at least one whole 2 x 2 cell; " + size);
+    if (tiledRaw && !isOneWholeSample(format)) {
+        throw ToolError("quadrants-raw takes one sample of 8 or 16 bits per pixel; '" + inputPath + "' holds " +
+                        formatLabel(format) + " (" + std::to_string(ZTI::getBitsPerPixel(format)) +
+                        " bits per pixel)");
     }
     ZTI::ZTImage output;
     int result = -1;
@@ -137,7 +167,11 @@ int runPolar(const Args& argv) {
     } else {
         result = function(input.image, output);
     }
-    if (result != 0 || !output.isValid()) throw ToolError("computing " + product + " of '" + inputPath + "' failed");
+    // The input is checked above: what is left to fail is the memory for the result.
+    if (result != 0 || !output.isValid()) {
+        throw ToolError("computing " + product + " of '" + inputPath + "' failed: out of memory");
+    }
+    if (tiled) clearUncoveredEdges(output);
     writeImage(output, outputPath);
     return 0;
 }

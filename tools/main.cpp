@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "ImageFiles.h"
 #include "ToolError.h"
 
 #ifndef ZTIMAGE_VERSION
@@ -37,7 +38,8 @@ const char* const kToolHelp =
 #endif
     "\n"
     "Pixel formats are PFNC names (Mono8, BayerRG12p, RGB8 ...), in any case.\n"
-    "Exit status: 0 success, 1 a file or an operation failed, 2 a wrong command line.\n";
+    "Exit status: 0 success, 1 a file or an operation failed, 2 a wrong command line,\n"
+    "128 + N when ended by signal N (SIGINT, SIGTERM; a file being saved is finished first).\n";
 
 struct Command {
     const char* name;
@@ -95,6 +97,7 @@ void reportError(const std::string& message) { std::fprintf(stderr, "ztimage: %s
 }  // namespace ztool
 
 int main(int argc, char** argv) {
+    ztool::installInterruptHandlers();
     try {
         return ztool::run(argc, argv);
     } catch (const ztool::ToolError& error) {

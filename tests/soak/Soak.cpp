@@ -23,17 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "../LibcAllocator.h"
+
 // ---- allocation counting --------------------------------------------------------------------
 // Every allocation of the process, also OpenCV's and the C++ runtime's (operator new calls
 // malloc), goes through these definitions, which count and hand over to the C library.
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* pointer, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-void __libc_free(void* pointer);
-}
 
 namespace {
 std::atomic<uint64_t> allocations{0}, allocatedBytes{0};
@@ -200,7 +194,7 @@ int main(int argc, char** argv) {
         {"CreateStokesS0", [&] { return CreateStokesS0(polar, s0) == 0; }, 8},
         {"CreateDolp", [&] { return CreateDolp(polar, dolp) == 0; }, 8},
         {"CreateAolp", [&] { return CreateAolp(polar, aolp) == 0; }, 8},
-        {"CreateHeatmap", [&] { return CreateHeatmap(polar, heatmap, 10, 80, 1, 5) == 0; }, 13},
+        {"CreateHeatmap", [&] { return CreateHeatmap(polar, heatmap, 10, 80, 1, 5) == 0; }, 14},
         {"ExtractFullPolarQuadrant", [&] { return ExtractFullPolarQuadrant(polar, tiled) == 0; }, 9},
         {"extractFullPolarQuadrant", [&] { return extractFullPolarQuadrant(polar, tiledPlain) == 0; }, 1},
     };

@@ -32,7 +32,8 @@ std::string slurp(const std::string& path) {
 
 void setToolCommand(std::vector<std::string> command) { toolCommand() = std::move(command); }
 
-RunResult runTool(const std::vector<std::string>& args, const std::string& directory) {
+RunResult runTool(const std::vector<std::string>& args, const std::string& directory,
+                  const std::function<void(pid_t)>& whileRunning) {
     if (toolCommand().empty()) throw std::logic_error("no tool command: pass the ztimage path as an argument");
     std::vector<std::string> all = toolCommand();
     all.insert(all.end(), args.begin(), args.end());
@@ -62,6 +63,7 @@ RunResult runTool(const std::vector<std::string>& args, const std::string& direc
     const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environment.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error("cannot start " + all.front());
+    if (whileRunning) whileRunning(pid);
 
     int wstatus = 0;
     while (waitpid(pid, &wstatus, 0) < 0) {

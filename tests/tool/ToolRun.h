@@ -1,6 +1,9 @@
 // Running the ztimage binary from a test, the way a user's shell does.
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,7 +21,9 @@ struct RunResult {
 void setToolCommand(std::vector<std::string> command);
 
 /// Runs the tool with `args` in `directory`, waits for it and collects both output streams.
-RunResult runTool(const std::vector<std::string>& args, const std::string& directory);
+/// `whileRunning`, when given, is called with the tool's process id right after it started.
+RunResult runTool(const std::vector<std::string>& args, const std::string& directory,
+                  const std::function<void(pid_t)>& whileRunning = nullptr);
 
 /// A fresh directory under $TMPDIR (or /tmp), removed with everything in it on destruction.
 class TempDirectory {

@@ -2,6 +2,16 @@
 // the library itself (the same bytes through attachGrabResult and the converter front end) or
 // from OpenCV directly, so the tests check the tool's plumbing, not the library again.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 
 #include <algorithm>
 #include <opencv2/core.hpp>
@@ -116,7 +126,7 @@ TEST(ToolConvert, RawFramesConvertAsTheLibraryConvertsThem) {
         SCOPED_TRACE(std::string(c.from) + " -> " + c.to);
         const ZTI::PfncFormat_ from = ZTI::findPixelFormat(c.from), to = ZTI::findPixelFormat(c.to);
         const uint64_t size = ZTI::getBitsPerPixel(from) % 8 != 0
-            ? ZTI::getPackedByteCount(from, c.width, c.height)
+            ? (uint64_t{ZTI::getBitsPerPixel(from)} * c.width * c.height + 7) / 8
             : ZTI::getRowStride(from, c.width, c.padding) * c.height;
         const Bytes bytes = randomBytes(size, seed++);
         writeBytes(dir.file("in.raw"), bytes);
@@ -220,6 +230,7 @@ TEST(ToolErrors, EachBadInputGetsOneLineAStatusAndNoOutputFile) {
     writeBytes(dir.file("good.raw"), Bytes(16, 7));     // Mono8 4 x 4
     writeBytes(dir.file("short.raw"), Bytes(100, 7));   // BayerRG12p 16 x 8 needs 192 bytes
     writeBytes(dir.file("text.png"), Bytes(40, 'x'));   // not an image
+    writeBytes(dir.file("yuv.raw"), Bytes(12, 7));      // YUV422_8 3 x 2
     cv::Mat colour(4, 4, CV_8UC3, cv::Scalar(1, 2, 3));
     ASSERT_TRUE(cv::imwrite(dir.file("colour.png"), colour));
     const std::vector<std::string> inputs = dir.entries();
@@ -250,6 +261,22 @@ TEST(ToolErrors, EachBadInputGetsOneLineAStatusAndNoOutputFile) {
          "unknown product 's9'", 2},
         {{"polar", "good.raw", "--from", "Mono8", "--width", "1", "--height", "16", "--product", "dolp", "-o", "o.png"},
          "dolp needs an even width and height; 'good.raw' is 1 x 16", 1},
+        // Raw input is bounded: a stream is read one byte past the frame, not to its end.
+        {{"convert", "/dev/zero", "--from", "Mono8", "--width", "4", "--height", "4", "--to", "Mono8", "-o", "o.raw"},
+         "raw file '/dev/zero' holds more than 16 bytes, Mono8 4 x 4 needs 16", 1},
+        // A 12-bit frame of 15 pixels ends in half a pair: 23 bytes, so 22 are one short.
+        {{"convert", "good.raw", "--from", "Mono12p", "--width", "5", "--height", "3", "--to", "Mono8", "-o", "o.png"},
+         "raw file 'good.raw' holds 16 bytes, Mono12p 5 x 3 needs 23", 1},
+        {{"convert", "yuv.raw", "--from", "YUV422_8", "--width", "3", "--height", "2", "--to", "RGB8", "-o", "o.png"},
+         "'yuv.raw' is YUV422_8 of odd width 3: 4:2:2 pixels share their colour in pairs", 1},
+        {{"polar", "good.raw", "--from", "Mono8", "--width", "1", "--height", "16", "--product", "quadrants", "-o",
+          "o.png"},
+         "quadrants needs at least one whole 2 x 2 cell; 'good.raw' is 1 x 16", 1},
+        {{"polar", "colour.png", "--product", "quadrants-raw", "-o", "o.png"},
+         "quadrants-raw takes one sample of 8 or 16 bits per pixel; 'colour.png' holds BGR8", 1},
+        // Two inputs of one name would land on one output: refused before anything is made.
+        {good({"./good.raw", "--to", "Mono8", "--out-dir", "out"}),
+         "output names collide, nothing written: good.raw and ./good.raw would both be written to out/good.png", 2},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.message);
@@ -303,6 +330,137 @@ TEST(ToolPolar, ProductsAndHeatMapOptionsMatchTheLibrary) {
     EXPECT_EQ(product({"--product", "heatmap", "--range", "10:60", "--colors", "blue:yellow"}), packedPixels(expected));
     ASSERT_EQ(ZTI::ExtractPolarQuadrant(source, expected, ZTI::PolarQuadrantI45), 0);
     EXPECT_EQ(product({"--product", "i45"}), packedPixels(expected));
+}
+
+TEST(ToolPolar, TilingsOfOddSizesWriteTheUncoveredEdgeAsZero) {
+    TempDirectory dir;
+    const Bytes mosaic = randomBytes(5 * 5 * 2, 7);
+    writeBytes(dir.file("m.raw"), mosaic);
+    // Both tilings of a 5 x 5 mosaic: the library fills the 4 x 4 of whole cells; the last
+    // column and row must come out 0, not as whatever the memory held.
+    for (const std::string product : {"quadrants", "quadrants-raw"}) {
+        SCOPED_TRACE(product);
+        const RunResult run =
+            runTool(std::vector<std::string>{"polar", "m.raw", "--product", product, "-o", "q.raw"} +
+                        rawArgs("Mono16", 5, 5), dir.path());
+        ASSERT_EQ(run.status, 0) << run.err;
+        ZTI::ZTImage source(ZTI::Mono16, 5, 5, 0, const_cast<unsigned char*>(mosaic.data())), expected;
+        ASSERT_EQ(product == "quadrants" ? ZTI::ExtractFullPolarQuadrant(source, expected)
+                                         : ZTI::extractFullPolarQuadrant(source, expected), 0);
+        const size_t pixelBytes = ZTI::getBitsPerPixel(expected.getPixelType()) / 8;
+        Bytes wanted = packedPixels(expected);
+        for (size_t y = 0; y < 5; ++y) {
+            for (size_t x = 0; x < 5; ++x) {
+                if (x == 4 || y == 4) std::fill_n(wanted.begin() + (y * 5 + x) * pixelBytes, pixelBytes, 0);
+            }
+        }
+        EXPECT_EQ(readBytes(dir.file("q.raw")), wanted);
+    }
+}
+
+TEST(ToolConvert, PackedTwelveBitFramesOfOddPixelCountDecodeEveryPixel) {
+    TempDirectory dir;
+    // 5 x 3 = 15 pixels in ceil(15 x 1.5) = 23 bytes; the last pixel is the first half of a
+    // pair whose second half is absent. Expected values by the published bit layouts.
+    const Bytes frame = randomBytes(23, 99);
+    writeBytes(dir.file("f.raw"), frame);
+    const auto pixel = [&](bool lsbFirst, size_t i) {
+        const size_t k = i / 2 * 3;
+        if (i % 2 == 0) {
+            return lsbFirst ? frame[k] | (frame[k + 1] & 0x0F) << 8 : frame[k] << 4 | (frame[k + 1] & 0x0F);
+        }
+        return lsbFirst ? frame[k + 1] >> 4 | frame[k + 2] << 4 : frame[k + 2] << 4 | frame[k + 1] >> 4;
+    };
+    for (const std::string format : {"Mono12p", "Mono12Packed"}) {
+        SCOPED_TRACE(format);
+        const RunResult run =
+            runTool(std::vector<std::string>{"convert", "f.raw", "--to", "Mono12", "-o", "o.raw"} + rawArgs(format, 5, 3),
+                    dir.path());
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Bytes out = readBytes(dir.file("o.raw"));
+        ASSERT_EQ(out.size(), 30u);
+        for (size_t i = 0; i < 15; ++i) {
+            EXPECT_EQ(out[2 * i] | out[2 * i + 1] << 8, pixel(format == "Mono12p", i)) << "pixel " << i;
+        }
+    }
+}
+
+TEST(ToolFiles, WritesRefusedByTheDeviceFailWithTheSystemsReasonAndLeaveNothing) {
+    TempDirectory dir;
+    writeBytes(dir.file("n.raw"), randomBytes(64 * 64 * 3, 5));
+    const std::vector<std::string> inputs = dir.entries();
+    // The size limit and the ignored SIGXFSZ pass to the tool, whose writes then fail with EFBIG.
+    struct SizeLimit {
+        rlimit saved{};
+        void (*handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+        SizeLimit() {
+            getrlimit(RLIMIT_FSIZE, &saved);
+            rlimit limited = saved;
+            limited.rlim_cur = 4096;
+            setrlimit(RLIMIT_FSIZE, &limited);
+        }
+        ~SizeLimit() {
+            setrlimit(RLIMIT_FSIZE, &saved);
+            std::signal(SIGXFSZ, handler);
+        }
+    } limit;
+    for (const std::string output : {"o.bmp", "o.ppm", "o.png", "o.tif", "o.jpg", "o.raw"}) {
+        const RunResult run = runTool(std::vector<std::string>{"convert", "n.raw", "--to", "RGB8", "-o", output} +
+                                          rawArgs("RGB8", 64, 64),
+                                      dir.path());
+        EXPECT_EQ(run.status, 1) << output;
+        EXPECT_NE(run.err.find(std::strerror(EFBIG)), std::string::npos) << output << ": " << run.err;
+        EXPECT_EQ(dir.entries(), inputs) << output;
+    }
+}
+
+TEST(ToolFiles, InterruptedSavesLeaveNoTemporaryFileAndExitWith128PlusTheSignal) {
+    TempDirectory dir;
+    const unsigned int width = 2048, height = 1024;
+    writeBytes(dir.file("big.raw"), randomBytes(size_t{width} * height * 2, 3));
+    for (const int signal : {SIGTERM, SIGINT}) {
+        for (const std::string output : {"o.raw", "o.tif"}) {
+            SCOPED_TRACE(output + " " + std::to_string(signal));
+            // The signal is sent when the temporary file appears, that is during the save. On a
+            // busy machine the save may end before the signal lands (status 0); a few attempts
+            // make sure one of them is interrupted.
+            int status = 0;
+            for (int attempt = 0; attempt < 5 && status != 128 + signal; ++attempt) {
+                const int watch = inotify_init1(IN_CLOEXEC);
+                ASSERT_GE(watch, 0);
+                ASSERT_GE(inotify_add_watch(watch, dir.path().c_str(), IN_CREATE), 0);
+                const RunResult run = runTool(
+                    std::vector<std::string>{"convert", "big.raw", "--to", "Mono16", "-o", output} +
+                        rawArgs("Mono16", width, height),
+                    dir.path(), [&](pid_t pid) {
+                        pollfd ready{watch, POLLIN, 0};
+                        alignas(inotify_event) char events[4096];
+                        bool sent = false;
+                        while (!sent && poll(&ready, 1, 20000) > 0) {
+                            const ssize_t n = read(watch, events, sizeof events);
+                            for (ssize_t at = 0; at < n && !sent;) {
+                                const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+                                sent = event->len > 0 && std::string(event->name).rfind(".ztimage-", 0) == 0;
+                                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+                            }
+                        }
+                        kill(pid, signal);
+                    });
+                close(watch);
+                status = run.status;
+                EXPECT_TRUE(status == 0 || status == 128 + signal) << status << ": " << run.err;
+                // The save ran to its end or was undone: a complete file or none, never a temporary.
+                for (const std::string& entry : dir.entries()) {
+                    EXPECT_TRUE(entry == "big.raw" || entry == output) << entry;
+                }
+                if (output == "o.tif" && !readBytes(dir.file(output)).empty()) {
+                    EXPECT_FALSE(cv::imread(dir.file(output), cv::IMREAD_UNCHANGED).empty());
+                }
+                std::remove(dir.file(output).c_str());
+            }
+            EXPECT_EQ(status, 128 + signal);
+        }
+    }
 }
 
 int main(int argc, char** argv) {
