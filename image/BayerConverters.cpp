@@ -59,7 +59,8 @@ public:
         samples_ = inPlace_ ? reinterpret_cast<const uint16_t*>(buffer)
                             : reinterpret_cast<const uint16_t*>(gathered_.mat().data);
         auto* rows = reinterpret_cast<uint16_t*>(gathered_.mat().data);
-        for (int y = 0; y < height_ && !inPlace_; ++y) {
+        // A frame without columns has no samples to copy (and may have no memory at all).
+        for (int y = 0; y < height_ && !inPlace_ && width_ > 0; ++y) {
             uint16_t* row = rows + static_cast<size_t>(y) * width_;
             if (bits_ > 8) std::memcpy(row, buffer + y * stride, static_cast<size_t>(width_) * 2);
             else widenRow(buffer + y * stride, row, static_cast<size_t>(width_));
