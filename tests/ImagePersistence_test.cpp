@@ -211,7 +211,8 @@ TEST_F(ImagePersistenceTest, FilesOnAFullFileSystemAreReportedAndRemoved) {
     // A small tmpfs in a mount namespace of this process alone: it goes away with the process
     // whatever happens, and is unmounted at the end.
     if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        // Source and type are ignored by a propagation change, but must point somewhere.
+        mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0) {
         GTEST_SKIP() << "a full file system needs root and a mount namespace: " << std::strerror(errno);
     }
     const std::string mountPoint = path("full");
