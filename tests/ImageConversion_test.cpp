@@ -287,7 +287,7 @@ TEST_F(ImageConversionDeathTest, ProgrammingErrorsAbortWithTheExpression) {
             },
             "^Invalid output format\\.\n\\.\\./image/ZTImageFormatConverter\\.cpp:[0-9]+: "
             "void ZTI::ZTImageFormatConverter::setOutputFormat\\(PIXEL_TYPE\\): "
-            "Assertion `validOutputFormat==true' failed\\.\n$");
+            "Assertion `validOutputFormat==true' failed\\.\n");
     }
     // A listed pair whose converter has no colour code: aborts in the lookup.
     ZTImage bgr16 = ZTImage::create(BGR16, 2, 2);
@@ -300,8 +300,9 @@ TEST_F(ImageConversionDeathTest, ProgrammingErrorsAbortWithTheExpression) {
         },
         "get_cv_cvt_type.*false|false.*get_cv_cvt_type");
     // The whole message: the unit relative to the build folder, as users paste it into bug
-    // reports, never the build machine's path.
+    // reports, never the build machine's path. Nothing is required after its line: an emulator
+    // running the tests reports the abort on a line of its own.
     EXPECT_DEATH(get_cv_cvt_type(Mono10, BayerGR12),
                  "^\\.\\./image/ImageFormatHandler\\.cpp:[0-9]+: int get_cv_cvt_type\\(PIXEL_TYPE, PIXEL_TYPE\\): "
-                 "Assertion `false' failed\\.\n$");
+                 "Assertion `false' failed\\.\n");
 }

@@ -141,7 +141,7 @@ TEST_F(ImagePersistenceDeathTest, AFailedConversionAbortsFromSaveItself) {
     const std::string file = path("x.png");
     EXPECT_DEATH(ImagePersistence::save(Png, ZTImage::create(0x01089999, 2, 2), file.c_str()),
                  "^\\.\\./image/ImagePersistence\\.cpp:[0-9]+: static void ZTI::ImagePersistence::save\\("
-                 "ZTI::ImageFileFormat, const ZTI::ZTImage&, const char\\*\\): Assertion `false' failed\\.\n$");
+                 "ZTI::ImageFileFormat, const ZTI::ZTImage&, const char\\*\\): Assertion `false' failed\\.\n");
     EXPECT_EQ(fileCount(), 0u);
 }
 
