@@ -1,4 +1,4 @@
-// Residual-interpolation demosaicing over tiles.
+// Residual-interpolation demosaicing in one pass over a ring of rows.
 //
 // Green: gradient-based threshold-free interpolation. At every pixel a horizontal and a
 // vertical estimate of the missing colour (Hamilton-Adams style: neighbour mean plus half the
@@ -16,13 +16,16 @@
 // cover a pixel. The prediction is clipped, its residuals at the colour sites are spread
 // bilinearly, and the sum is the result; at the colour's own sites that is the sample itself.
 //
-// Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into tiles
-// that are processed independently with 20 pixels of mirrored or neighbouring context on each
-// side; the planes of a tile stay in cache. Work that concerns only some sites runs on those
-// sites alone, every other column of a row: the green fusion at red and blue sites, the
-// guided-filter products and their box sums at the sites of the colour. All sums have a fixed
-// order (no running sums) and the unit is compiled without floating-point contraction, so a
-// pixel's value depends neither on the tiling nor on the platform.
+// Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into strips
+// of columns, processed independently with 20 columns of mirrored or neighbouring context on
+// each side, and each strip in one pass from top to bottom: every step runs on a row as soon as
+// the rows it reads exist, and keeps only the last rows that later steps still read, so a pixel
+// goes through the whole pipeline while its neighbourhood is in cache. Work that concerns only
+// some sites runs on those sites alone, every other column of a row: the green fusion at red
+// and blue sites, the guided-filter products and their box sums at the sites of the colour.
+// All sums have a fixed order (no running sums) and the unit is compiled without
+// floating-point contraction, so a pixel's value depends neither on the strips nor on the
+// platform.
 
 #include "QualityDemosaic.h"
 
@@ -38,15 +41,14 @@
 
 namespace {
 
-// Context around a tile: the support of the whole pipeline (green 7, Laplacians 2, two 11 x 11
-// box filters 5 each, the bilinear residual 1). Even, so tile and frame have the same phase.
+// Context around a strip: the support of the whole pipeline (green 7, Laplacians 2, two 11 x 11
+// box filters 5 each, the bilinear residual 1). Even, so strip and frame have the same phase.
 constexpr int kPad = 20;
-// Output size of a tile. Even, so every tile starts on the same colour-filter phase. The
-// planes of a tile (12 of 168 x 296 floats, 2.4 MB) stay in the outer cache while each pass
-// works on a few rows of them; 64 rows spent about 15 % more time on context, 512 columns
-// measured slower.
-constexpr int kTileRows = 128;
-constexpr int kTileCols = 256;
+// Output columns of a strip. Even, so every strip starts on the same colour-filter phase. Wide,
+// because the per-row calls and the ends of the vector loops cost more on narrow strips than
+// the cache saves: at 2448 columns one strip ran 20 % faster than strips of 256 (whose rows,
+// about 300 alive, fit the second-level cache); a 2448-column strip keeps 3 MB alive.
+constexpr int kStripCols = 4096;
 
 // The gradient weights and the guided-filter gain divide by squares that vanish on flat areas.
 // These terms only keep such divisions finite and are far below any real signal: for the
@@ -80,17 +82,19 @@ float clampTo(float v, float maxValue)
     return v > maxValue ? maxValue : v;
 }
 
-// One plane of a tile with its context, row-major.
-class Plane {
+// The last rows of one plane of a strip: row r at r mod rows (a power of two).
+class Ring {
 public:
     void resize(int rows, int cols)
     {
+        mask_ = rows - 1;
         cols_ = cols;
         data_.assign(static_cast<size_t>(rows) * cols, 0.0f);
     }
-    float* row(int r) { return data_.data() + static_cast<size_t>(r) * cols_; }
+    float* row(int r) { return data_.data() + static_cast<size_t>(r & mask_) * cols_; }
 
 private:
+    int mask_ = 0;
     int cols_ = 0;
     std::vector<float> data_;
 };
@@ -323,16 +327,17 @@ public:
         const float scale = maxValue_ / 255.0f;
         gradientUnit_ = 1.0f / (25.0f * scale);
         gainEps_ = kGainEps8 * scale * scale;
-        tileRows_ = std::min(kTileRows, rows + (rows & 1));
-        tileCols_ = std::min(kTileCols, cols + (cols & 1));
-        h_ = tileRows_ + 2 * kPad;
-        w_ = tileCols_ + 2 * kPad;
-        for (Plane& p : planes_)
-            p.resize(h_, w_);
-        tmp_.assign(w_, 0.0f);
+        stripCols_ = std::min(kStripCols, cols + (cols & 1));
+        h_ = rows + 2 * kPad;
+        w_ = stripCols_ + 2 * kPad;
+        for (int id = 0; id < kRingCount; ++id)
+            rings_[id].resize(kRingRows[id], w_);
+        for (std::vector<float>* row : {&sumGG_, &sumGM_, &sumGS_, &sumMS_, &meanA_, &meanB_,
+                                        &colourRow_[0], &colourRow_[1], &tmp_})
+            row->assign(w_, 0.0f);
         columns_.resize(w_);
-        // Per row parity and column of a tile: the site masks and the sign of the colour
-        // difference. Tiles start on even rows and columns, so these hold for every tile.
+        // Per row parity and column of a strip: the site masks and the sign of the colour
+        // difference. Strips start on even columns, so these hold for every strip.
         for (int py = 0; py < 2; ++py) {
             for (auto* v : {&sign_[py], &mask_[py][0], &mask_[py][1],
                             &invCount_[py][0], &invCount_[py][1]})
@@ -361,79 +366,138 @@ public:
 
     void run()
     {
-        for (int y0 = 0; y0 < rows_; y0 += tileRows_)
-            for (int x0 = 0; x0 < cols_; x0 += tileCols_)
-                tile(y0, x0, std::min(tileRows_, rows_ - y0), std::min(tileCols_, cols_ - x0));
+        for (int x0 = 0; x0 < cols_; x0 += stripCols_)
+            strip(x0, std::min(stripCols_, cols_ - x0));
     }
 
 private:
-    enum PlaneId {
-        kMosaic, kDiffH, kDiffV, kGradH, kGradV, kSumH, kSumV, kGreenPlane, kRedPlane, kBluePlane,
-        kSpare0, kSpare1, kPlaneCount
+    // The rows each step keeps, one ring per plane. Row r of a plane lives at r mod the ring's
+    // size, a power of two at least the span of rows that the later steps still read (see
+    // strip()).
+    enum RingId {
+        kMosaic, kDiffH, kDiffV, kGradH, kGradV, kSumH, kSumV, kGreenPlane,
+        kProducts,                      // 4 products (gg, gm, gs, ms) of red, then of blue
+        kGain = kProducts + 8,          // gain a and offset b of red, then of blue
+        kPrediction = kGain + 4,        // prediction of red, blue
+        kResidual = kPrediction + 2,    // residual of red, blue
+        kRingCount = kResidual + 2
     };
+    static constexpr int kRingRows[kRingCount] = {
+        32, 8, 16, 8, 8, 4, 8, 16,
+        16, 16, 16, 16, 16, 16, 16, 16,
+        16, 16, 16, 16,
+        2, 2,
+        4, 4};
 
-    float* p(int id, int r) { return planes_[id].row(r); }
+    float* p(int id, int r) { return rings_[id].row(r); }
 
-    void tile(int y0, int x0, int outRows, int outCols)
+    // One strip of output columns [x0, x0 + outCols) over the whole height. Every step works
+    // on one row as soon as the rows it reads exist: step k of local row r runs when mosaic
+    // row r + lag(k) has been loaded, so a pixel passes through the whole pipeline while its
+    // neighbourhood is still in cache. Lags: colour differences 2, gradients 3, gradient sums
+    // 5, green 7, guided-filter products 9, their window sums, gains and offsets 14, averaged
+    // gains and the prediction 19, red and blue 20. Local row r is frame row r - kPad; rows
+    // outside the frame are mirrored.
+    void strip(int x0, int outCols)
     {
-        load(y0, x0);
-        interpolateGreen();
-        interpolateColour(0, kRedPlane);
-        interpolateColour(1, kBluePlane);
-        for (int r = 0; r < outRows; ++r)
-            writePixels(p(kRedPlane, kPad + r) + kPad, p(kGreenPlane, kPad + r) + kPad,
-                        p(kBluePlane, kPad + r) + kPad,
-                        out_ + (static_cast<size_t>(y0 + r) * cols_ + x0) * 3, outCols);
+        setColumns(x0);
+        for (int t = 0; t < h_; ++t) {
+            load(t, x0);
+            if (int r = t - 2; r >= 2 && r < h_ - 2)
+                colourDifferences(p(kMosaic, r - 2), p(kMosaic, r - 1), p(kMosaic, r),
+                                  p(kMosaic, r + 1), p(kMosaic, r + 2), sign_[r & 1].data(),
+                                  p(kDiffH, r), p(kDiffV, r), 2, w_ - 2);
+            if (int r = t - 3; r >= 3 && r < h_ - 3)
+                gradients(r);
+            if (int r = t - 5; r >= 5 && r < h_ - 5) {
+                boxSum5(kGradH, kSumH, r, 5);
+                boxSum5(kGradV, kSumV, r, 5);
+            }
+            if (int r = t - 7; r >= 7 && r < h_ - 7)
+                greenRow(r);
+            for (int x = 0; x < 2; ++x) {
+                if (int r = t - 9; r >= 9 && r < h_ - 9 && ((r - siteRow_[x]) & 1) == 0)
+                    products(x, r);
+                if (int r = t - 14; r >= 14 && r < h_ - 14)
+                    gains(x, r);
+                if (int r = t - 19; r >= 19 && r < h_ - 19)
+                    prediction(x, r);
+                if (int r = t - kPad; r >= kPad && r < h_ - kPad)
+                    addResidual(p(kPrediction + x, r), p(kResidual + x, r - 1),
+                                p(kResidual + x, r), p(kResidual + x, r + 1), p(kMosaic, r),
+                                mask_[r & 1][x].data(), colourRow_[x].data(), kPad, w_ - kPad,
+                                maxValue_);
+            }
+            if (int r = t - kPad; r >= kPad && r < h_ - kPad)
+                writePixels(colourRow_[0].data() + kPad, p(kGreenPlane, r) + kPad,
+                            colourRow_[1].data() + kPad,
+                            out_ + (static_cast<size_t>(r - kPad) * cols_ + x0) * 3, outCols);
+        }
     }
 
-    // Mosaic of the tile and its context, clipped to the bit depth; outside the frame mirrored.
-    void load(int y0, int x0)
+    // Frame column of every strip column, mirrored outside the frame.
+    void setColumns(int x0)
     {
         for (int c = 0; c < w_; ++c)
             columns_[c] = mirror(x0 - kPad + c, cols_);
+    }
+
+    // Mosaic row r of the strip and its context, clipped to the bit depth.
+    void load(int r, int x0)
+    {
         // Columns that lie inside the frame are contiguous and copied straight.
         const int first = std::max(0, kPad - x0);
         const int last = std::min(w_, kPad - x0 + cols_);
         const uint16_t maxValue = static_cast<uint16_t>(maxValue_);
-        for (int r = 0; r < h_; ++r) {
-            const uint16_t* __restrict src = in_ + static_cast<size_t>(mirror(y0 - kPad + r, rows_)) * cols_;
-            float* __restrict dst = p(kMosaic, r);
-            const int offset = x0 - kPad;
-            for (int c = first; c < last; ++c)
-                dst[c] = static_cast<float>(std::min(src[offset + c], maxValue));
-            for (int c = 0; c < first; ++c)
-                dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
-            for (int c = last; c < w_; ++c)
-                dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
+        const uint16_t* __restrict src = in_ + static_cast<size_t>(mirror(r - kPad, rows_)) * cols_;
+        float* __restrict dst = p(kMosaic, r);
+        const int offset = x0 - kPad;
+        for (int c = first; c < last; ++c)
+            dst[c] = static_cast<float>(std::min(src[offset + c], maxValue));
+        for (int c = 0; c < first; ++c)
+            dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
+        for (int c = last; c < w_; ++c)
+            dst[c] = static_cast<float>(std::min(src[columns_[c]], maxValue));
+    }
+
+    // Gradients of the colour differences along their own direction, columns 3 to w - 3.
+    void gradients(int r)
+    {
+        const float* __restrict dH = p(kDiffH, r);
+        const float* __restrict up = p(kDiffV, r - 1);
+        const float* __restrict down = p(kDiffV, r + 1);
+        float* __restrict gH = p(kGradH, r);
+        float* __restrict gV = p(kGradV, r);
+        for (int c = 3; c < w_ - 3; ++c) {
+            gH[c] = std::abs(dH[c - 1] - dH[c + 1]);
+            gV[c] = std::abs(up[c] - down[c]);
         }
     }
 
-    // 5 x 5 box sum over plane `from` into plane `to`, rows and columns [margin, size -
+    // Row r of the 5 x 5 box sum of plane `from` into plane `to`, columns [margin, w -
     // margin); the source must be valid two pixels further out.
-    void boxSum5(int from, int to, int margin)
+    void boxSum5(int from, int to, int r, int margin)
     {
         const float* rowsIn[5];
-        float* vertical = tmp_.data();
-        for (int r = margin; r < h_ - margin; ++r) {
-            for (int k = 0; k < 5; ++k)
-                rowsIn[k] = p(from, r - 2 + k);
-            sumRows(rowsIn, vertical, margin - 2, w_ - margin + 2, 5);
-            sumFiveColumns(vertical, p(to, r), margin, w_ - margin);
-        }
+        for (int k = 0; k < 5; ++k)
+            rowsIn[k] = p(from, r - 2 + k);
+        sumRows(rowsIn, tmp_.data(), margin - 2, w_ - margin + 2, 5);
+        sumFiveColumns(tmp_.data(), p(to, r), margin, w_ - margin);
     }
 
-    // 11 x 11 box sum over plane `from` into plane `to`, rows and columns [margin, size -
-    // margin); the source must be valid five pixels further out.
-    void denseBoxSum(int from, int to, int margin)
+    // Green of row r, columns 7 to w - 7: the samples at the green sites, then the fused green
+    // at the others, 2j + t with t the parity of the other sites of this row.
+    void greenRow(int r)
     {
-        const float* rowsIn[11];
-        float* vertical = tmp_.data();
-        for (int r = margin; r < h_ - margin; ++r) {
-            for (int k = 0; k < 11; ++k)
-                rowsIn[k] = p(from, r - 5 + k);
-            sumElevenRows(rowsIn, vertical, margin - 5, w_ - margin + 5);
-            sumElevenColumns(vertical, p(to, r), margin, w_ - margin);
-        }
+        std::memcpy(p(kGreenPlane, r) + 7, p(kMosaic, r) + 7,
+                    static_cast<size_t>(w_ - 14) * sizeof(float));
+        const int t = otherColumn_[r & 1];
+        const float* dV[9];
+        for (int k = 0; k < 9; ++k)
+            dV[k] = p(kDiffV, r - 4 + k) + t;
+        fuseGreen(p(kMosaic, r) + t, dV, p(kDiffH, r) + t, p(kSumV, r - 2) + t,
+                  p(kSumV, r + 2) + t, p(kSumH, r) + t, p(kGreenPlane, r) + t, (8 - t) / 2,
+                  (w_ - 6 - t) / 2, gradientUnit_, maxValue_);
     }
 
     // Output columns of the sums over the sites of colour x, as site indices j (columns 2j + s
@@ -441,93 +505,68 @@ private:
     int firstSite(int x, int margin) const { return (margin - siteColumn_[x]) / 2; }
     int endSite(int x, int margin) const { return (w_ - margin - 1 - siteColumn_[x]) / 2 + 1; }
 
-    // 11 x 11 box sum of the products of colour x (one per site, see siteProducts) into the
-    // full plane `to`: the sum over a window is the sum over the sites it holds, which is what
-    // the dense sum of a plane zero between the sites gives, bit for bit, at half the rows and
-    // a quarter of the points.
-    void siteBoxSum(int from, int to, int margin, int x)
+    // The guided-filter products of colour x at its sites of row r (a row that holds them),
+    // one per site. The last columns reach two beyond the valid green for sums that are not
+    // used.
+    void products(int x, int r)
+    {
+        const int s = siteColumn_[x];
+        const int base = kProducts + 4 * x;
+        siteProducts(p(kGreenPlane, r - 2) + s, p(kGreenPlane, r) + s, p(kGreenPlane, r + 2) + s,
+                     p(kMosaic, r - 2) + s, p(kMosaic, r) + s, p(kMosaic, r + 2) + s,
+                     p(base, r), p(base + 1, r), p(base + 2, r), p(base + 3, r),
+                     firstSite(x, 14) - 2, endSite(x, 14) + 3);
+    }
+
+    // Row r of the 11 x 11 box sum of the products of colour x in ring `from` into `to`: the
+    // sum over a window is the sum over the sites it holds, which is what the dense sum of a
+    // plane zero between the sites gives, bit for bit, at half the rows and a quarter of the
+    // points.
+    void siteBoxSum(int from, float* to, int x, int r, int margin)
     {
         const float* rowsIn[6];
-        float* vertical = tmp_.data();
         const int lo = firstSite(x, margin), hi = endSite(x, margin);
-        for (int r = margin; r < h_ - margin; ++r) {
-            // The site rows among r - 5 .. r + 5: five around a site row, else six.
-            const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
-            int taps = 0;
-            for (int k = first; k <= r + 5; k += 2)
-                rowsIn[taps++] = p(from, k);
-            sumRows(rowsIn, vertical, lo - 2, hi + 3, taps);
-            sumSiteColumns(vertical, p(to, r) + siteColumn_[x], lo, hi);
-        }
+        // The site rows among r - 5 .. r + 5: five around a site row, else six.
+        const int first = ((r - siteRow_[x]) & 1) == 0 ? r - 4 : r - 5;
+        int taps = 0;
+        for (int k = first; k <= r + 5; k += 2)
+            rowsIn[taps++] = p(from, k);
+        sumRows(rowsIn, tmp_.data(), lo - 2, hi + 3, taps);
+        sumSiteColumns(tmp_.data(), to + siteColumn_[x], lo, hi);
     }
 
-    void interpolateGreen()
+    // Gain and offset of every window centred on row r for colour x, columns 14 to w - 14.
+    void gains(int x, int r)
     {
-        for (int r = 2; r < h_ - 2; ++r)
-            colourDifferences(p(kMosaic, r - 2), p(kMosaic, r - 1), p(kMosaic, r),
-                              p(kMosaic, r + 1), p(kMosaic, r + 2), sign_[r & 1].data(),
-                              p(kDiffH, r), p(kDiffV, r), 2, w_ - 2);
-        for (int r = 3; r < h_ - 3; ++r) {
-            const float* __restrict dH = p(kDiffH, r);
-            const float* __restrict up = p(kDiffV, r - 1);
-            const float* __restrict down = p(kDiffV, r + 1);
-            float* __restrict gH = p(kGradH, r);
-            float* __restrict gV = p(kGradV, r);
-            for (int c = 3; c < w_ - 3; ++c) {
-                gH[c] = std::abs(dH[c - 1] - dH[c + 1]);
-                gV[c] = std::abs(up[c] - down[c]);
-            }
-        }
-        boxSum5(kGradH, kSumH, 5);
-        boxSum5(kGradV, kSumV, 5);
-        for (int r = 7; r < h_ - 7; ++r) {
-            // The samples at the green sites, then the fused green at the others, columns 7 to
-            // w - 7: 2j + t with t the parity of the other sites of this row.
-            std::memcpy(p(kGreenPlane, r) + 7, p(kMosaic, r) + 7,
-                        static_cast<size_t>(w_ - 14) * sizeof(float));
-            const int t = otherColumn_[r & 1];
-            const float* dV[9];
-            for (int k = 0; k < 9; ++k)
-                dV[k] = p(kDiffV, r - 4 + k) + t;
-            fuseGreen(p(kMosaic, r) + t, dV, p(kDiffH, r) + t, p(kSumV, r - 2) + t,
-                      p(kSumV, r + 2) + t, p(kSumH, r) + t, p(kGreenPlane, r) + t, (8 - t) / 2,
-                      (w_ - 6 - t) / 2, gradientUnit_, maxValue_);
-        }
+        const int base = kProducts + 4 * x;
+        siteBoxSum(base, sumGG_.data(), x, r, 14);
+        siteBoxSum(base + 1, sumGM_.data(), x, r, 14);
+        siteBoxSum(base + 2, sumGS_.data(), x, r, 14);
+        siteBoxSum(base + 3, sumMS_.data(), x, r, 14);
+        gainAndOffset(sumGG_.data(), sumGM_.data(), sumGS_.data(), sumMS_.data(),
+                      invCount_[r & 1][x].data(), p(kGain + 2 * x, r), p(kGain + 2 * x + 1, r),
+                      14, w_ - 14, gainEps_);
     }
 
-    // Red (x = 0) or blue (x = 1) at every pixel into plane `target`. The planes of the green
-    // step other than mosaic and green serve as scratch.
-    void interpolateColour(int x, int target)
+    // Row r of the 11 x 11 box sum of ring `from` into `to`, columns [margin, w - margin).
+    void denseBoxSum(int from, float* to, int r, int margin)
     {
-        const int gg = kDiffH, gm = kDiffV, gs = kGradH, ms = kGradV;
-        // Products only at the sites, which is all the box sums read. The last columns reach
-        // two beyond the valid green for sums that are not used.
-        const int s = siteColumn_[x];
-        for (int r = 9 + ((siteRow_[x] - 9) & 1); r < h_ - 9; r += 2)
-            siteProducts(p(kGreenPlane, r - 2) + s, p(kGreenPlane, r) + s, p(kGreenPlane, r + 2) + s,
-                         p(kMosaic, r - 2) + s, p(kMosaic, r) + s, p(kMosaic, r + 2) + s, p(gg, r),
-                         p(gm, r), p(gs, r), p(ms, r), firstSite(x, 14) - 2, endSite(x, 14) + 3);
-        const int ggSum = kSumH, gmSum = kSumV, gsSum = kSpare0, msSum = kSpare1;
-        siteBoxSum(gg, ggSum, 14, x);
-        siteBoxSum(gm, gmSum, 14, x);
-        siteBoxSum(gs, gsSum, 14, x);
-        siteBoxSum(ms, msSum, 14, x);
-        const int a = kDiffH, b = kDiffV;
-        for (int r = 14; r < h_ - 14; ++r)
-            gainAndOffset(p(ggSum, r), p(gmSum, r), p(gsSum, r), p(msSum, r),
-                          invCount_[r & 1][x].data(), p(a, r), p(b, r), 14, w_ - 14, gainEps_);
-        const int sumA = kGradH, sumB = kGradV;
-        denseBoxSum(a, sumA, 19);
-        denseBoxSum(b, sumB, 19);
-        const int prediction = kSpare0, residual = kSpare1;
-        for (int r = 19; r < h_ - 19; ++r)
-            predict(p(sumA, r), p(sumB, r), p(kGreenPlane, r), p(kMosaic, r),
-                    mask_[r & 1][x].data(), p(prediction, r), p(residual, r), 19, w_ - 19,
-                    maxValue_);
-        for (int r = kPad; r < h_ - kPad; ++r)
-            addResidual(p(prediction, r), p(residual, r - 1), p(residual, r), p(residual, r + 1),
-                        p(kMosaic, r), mask_[r & 1][x].data(), p(target, r), kPad, w_ - kPad,
-                        maxValue_);
+        const float* rowsIn[11];
+        for (int k = 0; k < 11; ++k)
+            rowsIn[k] = p(from, r - 5 + k);
+        sumElevenRows(rowsIn, tmp_.data(), margin - 5, w_ - margin + 5);
+        sumElevenColumns(tmp_.data(), to, margin, w_ - margin);
+    }
+
+    // Prediction of colour x on row r from the gains and offsets averaged over the windows
+    // that cover each pixel, and its residual at the colour's sites; columns 19 to w - 19.
+    void prediction(int x, int r)
+    {
+        denseBoxSum(kGain + 2 * x, meanA_.data(), r, 19);
+        denseBoxSum(kGain + 2 * x + 1, meanB_.data(), r, 19);
+        predict(meanA_.data(), meanB_.data(), p(kGreenPlane, r), p(kMosaic, r),
+                mask_[r & 1][x].data(), p(kPrediction + x, r), p(kResidual + x, r), 19, w_ - 19,
+                maxValue_);
     }
 
     const uint16_t* in_;
@@ -537,13 +576,13 @@ private:
     float maxValue_;
     float gradientUnit_ = 0;  // gradient sum (25 values) -> mean gradient on the 8-bit scale
     float gainEps_ = 0;
-    int tileRows_ = 0;
-    int tileCols_ = 0;
-    int h_ = 0;  // rows of a tile with context
-    int w_ = 0;  // columns of a tile with context
-    Plane planes_[kPlaneCount];
-    std::vector<float> tmp_;
-    std::vector<int> columns_;  // frame column of each tile column, for the mirrored ones
+    int stripCols_ = 0;
+    int h_ = 0;  // rows of a strip with context
+    int w_ = 0;  // columns of a strip with context
+    Ring rings_[kRingCount];
+    // Rows used only by the step that fills them.
+    std::vector<float> sumGG_, sumGM_, sumGS_, sumMS_, meanA_, meanB_, colourRow_[2], tmp_;
+    std::vector<int> columns_;  // frame column of each strip column, for the mirrored ones
     int otherColumn_[2] = {0, 0};  // [row parity]: column parity of the red or blue sites
     std::vector<float> sign_[2];
     std::vector<float> mask_[2][2];      // [row parity][red, blue]
