@@ -9,15 +9,19 @@
 // that difference.
 //
 // Red and blue: minimized-Laplacian residual interpolation. A guided filter led by the full
-// green plane predicts the sparse colour: in each 11 x 11 window the gain fits the Laplacian of
-// the colour samples to the Laplacian of green at the same sites (least squares on the
-// Laplacians, not on the values, so that a smooth offset between the planes does not bias the
-// gain), the offset matches the means, and gains and offsets are averaged over the windows that
-// cover a pixel. The prediction is clipped, its residuals at the colour sites are spread
-// bilinearly, and the sum is the result; at the colour's own sites that is the sample itself.
+// green plane predicts the sparse colour. Its windows are centred on the colour's own sites,
+// 13 x 13 pixels holding 7 x 7 of them: in each window the gain fits the Laplacian of the colour
+// samples to the Laplacian of green at the same sites (least squares on the Laplacians, not on
+// the values, so that a smooth offset between the planes does not bias the gain) and the offset
+// matches the means; a pixel takes the mean gain and offset of the windows centred within 5
+// pixels of it (25 to 36 windows). Centring windows on the sites alone fits a quarter of the
+// windows of a dense guided filter; it measured 0.08 dB below dense 11 x 11 windows on
+// photographs, at two thirds of the time. The prediction is clipped, its residuals at the
+// colour sites are spread bilinearly, and the sum is the result; at the colour's own sites that
+// is the sample itself.
 //
-// Every step reads a bounded neighbourhood (20 pixels in all), so the frame is cut into strips
-// of columns, processed independently with 20 columns of mirrored or neighbouring context on
+// Every step reads a bounded neighbourhood (21 pixels in all), so the frame is cut into strips
+// of columns, processed independently with 22 columns of mirrored or neighbouring context on
 // each side, and each strip in one pass from top to bottom: every step runs on a row as soon as
 // the rows it reads exist, and keeps only the last rows that later steps still read, so a pixel
 // goes through the whole pipeline while its neighbourhood is in cache. Work that concerns only
@@ -41,9 +45,18 @@
 
 namespace {
 
-// Context around a strip: the support of the whole pipeline (green 7, Laplacians 2, two 11 x 11
-// box filters 5 each, the bilinear residual 1). Even, so strip and frame have the same phase.
-constexpr int kPad = 20;
+// Context around a strip: the support of the whole pipeline (green 7, Laplacians 2, the gain
+// windows 6, the mean over windows 5, the bilinear residual 1), rounded up to even so that
+// strip and frame have the same phase.
+constexpr int kPad = 22;
+// First row and column (from the strip's edge, in rows and columns with context) where each
+// step's results are valid: green, the guided-filter products, the gains and offsets, the
+// prediction. Red and blue are valid from kPad - 1, and kept from kPad.
+constexpr int kGreenEdge = 7;
+constexpr int kProductEdge = kGreenEdge + 2;
+constexpr int kGainEdge = kProductEdge + 6;
+constexpr int kPredictionEdge = kGainEdge + 5;
+static_assert(kPredictionEdge + 1 <= kPad, "the context must cover the pipeline");
 // Output columns of a strip. Even, so every strip starts on the same colour-filter phase. Wide,
 // because the per-row calls and the ends of the vector loops cost more on narrow strips than
 // the cache saves: at 2448 columns one strip ran 20 % faster than strips of 256 (whose rows,
@@ -147,7 +160,7 @@ __attribute__((noinline)) void sumFiveColumns(const float* __restrict in, float*
 }
 
 // The 11-wide sums of a row of the colour's sites held at every other column: `in[j]` is the
-// site at column 2j + s of the tile. At a site column c = 2j + s the sum is the five sites
+// site at column 2j + s of the strip. At a site column c = 2j + s the sum is the five sites
 // around it; at c + 1 it is the six from c - 4 to c + 6, the same five plus the next one. The
 // columns between the sites hold zeros in the full plane, so leaving them out changes no bit:
 // the other terms are added in the same order. `out` is the row offset by s.
@@ -161,11 +174,9 @@ __attribute__((noinline)) void sumSiteColumns(const float* __restrict in, float*
     }
 }
 
-// The 11 x 11 box sum along one direction, in a tree of pairs (8 + 2 + 1 terms) rather than
-// strictly left to right; the order is the same at every pixel, so the result does not depend
-// on the tiling. `in[k]` is the row of offset k - 5; horizontal sums pass one row shifted.
-__attribute__((noinline)) void sumElevenRows(const float* const* in, float* __restrict out,
-                                             int lo, int hi)
+// Sums of seven rows, columns lo..hi, added top to bottom.
+__attribute__((noinline)) void sumSevenRows(const float* const* in, float* __restrict out,
+                                            int lo, int hi)
 {
     const float* __restrict r0 = in[0];
     const float* __restrict r1 = in[1];
@@ -174,26 +185,16 @@ __attribute__((noinline)) void sumElevenRows(const float* const* in, float* __re
     const float* __restrict r4 = in[4];
     const float* __restrict r5 = in[5];
     const float* __restrict r6 = in[6];
-    const float* __restrict r7 = in[7];
-    const float* __restrict r8 = in[8];
-    const float* __restrict r9 = in[9];
-    const float* __restrict r10 = in[10];
-    for (int c = lo; c < hi; ++c) {
-        const float eight = ((r0[c] + r1[c]) + (r2[c] + r3[c])) + ((r4[c] + r5[c]) + (r6[c] + r7[c]));
-        out[c] = (eight + (r8[c] + r9[c])) + r10[c];
-    }
+    for (int c = lo; c < hi; ++c)
+        out[c] = (((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c]) + r6[c];
 }
-
-__attribute__((noinline)) void sumElevenColumns(const float* __restrict in, float* __restrict out,
-                                                int lo, int hi)
+// out[j] = sum of in[j - 3 .. j + 3], j = lo..hi, added from left to right.
+__attribute__((noinline)) void sumSevenColumns(const float* __restrict in, float* __restrict out,
+                                               int lo, int hi)
 {
-    for (int c = lo; c < hi; ++c) {
-        const float eight = ((in[c - 5] + in[c - 4]) + (in[c - 3] + in[c - 2])) +
-                            ((in[c - 1] + in[c]) + (in[c + 1] + in[c + 2]));
-        out[c] = (eight + (in[c + 3] + in[c + 4])) + in[c + 5];
-    }
+    for (int j = lo; j < hi; ++j)
+        out[j] = (((((in[j - 3] + in[j - 2]) + in[j - 1]) + in[j]) + in[j + 1]) + in[j + 2]) + in[j + 3];
 }
-
 // Weights of the five colour differences on one side of a pixel, nearest first: a one-sided
 // Gaussian of sigma 2 pixels, normalised.
 constexpr float kSide0 = 0.3391f, kSide1 = 0.2993f, kSide2 = 0.2057f, kSide3 = 0.1101f,
@@ -262,29 +263,30 @@ __attribute__((noinline)) void siteProducts(
     }
 }
 
-// Gain and offset of one window from its sums; invCount is 1 / (colour sites in the window).
+// Gain and offset of the windows centred on a row's sites from their sums over the 25 sites
+// of each window, stored by site.
 void gainAndOffset(const float* __restrict gg, const float* __restrict gm,
                    const float* __restrict gs, const float* __restrict ms,
-                   const float* __restrict invCount, float* __restrict a, float* __restrict b,
-                   int lo, int hi, float eps)
+                   float* __restrict a, float* __restrict b, int lo, int hi, float eps)
 {
-    for (int c = lo; c < hi; ++c) {
-        const float gain = gm[c] / (gg[c] + eps);
-        a[c] = gain;
-        b[c] = (ms[c] - gain * gs[c]) * invCount[c];
+    constexpr float kInvSites = 1.0f / 49.0f;
+    for (int j = lo; j < hi; ++j) {
+        const float gain = gm[j] / (gg[j] + eps);
+        a[j] = gain;
+        b[j] = (ms[j] - gain * gs[j]) * kInvSites;
     }
 }
 
-// The prediction from the averaged gains and offsets (121 windows each), clipped, and the
-// residual at the colour's sites.
+// The prediction from the gains and offsets averaged over the windows that cover each pixel
+// (sums over them and 1 / their count), clipped, and the residual at the colour's sites.
 void predict(const float* __restrict sumA, const float* __restrict sumB,
-             const float* __restrict g, const float* __restrict m,
-             const float* __restrict mask, float* __restrict prediction,
-             float* __restrict residual, int lo, int hi, float maxValue)
+             const float* __restrict invCount, const float* __restrict g,
+             const float* __restrict m, const float* __restrict mask,
+             float* __restrict prediction, float* __restrict residual, int lo, int hi,
+             float maxValue)
 {
-    constexpr float kInvWindow = 1.0f / 121.0f;
     for (int c = lo; c < hi; ++c) {
-        const float q = clampTo((sumA[c] * kInvWindow) * g[c] + sumB[c] * kInvWindow, maxValue);
+        const float q = clampTo((sumA[c] * invCount[c]) * g[c] + sumB[c] * invCount[c], maxValue);
         prediction[c] = q;
         residual[c] = mask[c] * (m[c] - q);
     }
@@ -376,8 +378,9 @@ public:
                     mask_[py][x][c] = here == target ? 1.0f : 0.0f;
                     if (here == target)
                         siteRow_[x] = py;
-                    // Sites of the colour in an 11 x 11 window: 5 rows (columns) when the centre
-                    // row (column) holds the colour, else 6.
+                    // Windows that cover a pixel, one per site within 5 rows and columns: 5
+                    // rows (columns) of them when the pixel's row (column) holds the colour,
+                    // else 6.
                     const bool rowHas = colour[py][0] == target || colour[py][1] == target;
                     const bool colHas = colour[0][c & 1] == target || colour[1][c & 1] == target;
                     invCount_[py][x][c] = 1.0f / static_cast<float>((rowHas ? 5 : 6) * (colHas ? 5 : 6));
@@ -419,9 +422,9 @@ private:
     // on one row as soon as the rows it reads exist: step k of local row r runs when mosaic
     // row r + lag(k) has been loaded, so a pixel passes through the whole pipeline while its
     // neighbourhood is still in cache. Lags: colour differences 2, gradients 3, gradient sums
-    // 5, green 7, guided-filter products 9, their window sums, gains and offsets 14, averaged
-    // gains and the prediction 19, red and blue 20. Local row r is frame row r - kPad; rows
-    // outside the frame are mirrored.
+    // 5, green 7, guided-filter products 9, their window sums, gains and offsets 15, averaged
+    // gains and the prediction 20, red and blue 21 (kept from 22). Local row r is frame row
+    // r - kPad; rows outside the frame are mirrored.
     void strip(int x0, int outCols)
     {
         setColumns(x0);
@@ -437,22 +440,23 @@ private:
                 boxSum5(kGradH, kSumH, r, 5);
                 boxSum5(kGradV, kSumV, r, 5);
             }
-            if (int r = t - 7; r >= 7 && r < h_ - 7)
+            if (int r = t - kGreenEdge; r >= kGreenEdge && r < h_ - kGreenEdge)
                 greenRow(r);
             for (int x = 0; x < 2; ++x) {
-                if (int r = t - 9; r >= 9 && r < h_ - 9 && ((r - siteRow_[x]) & 1) == 0)
+                const auto holdsSites = [&](int r) { return ((r - siteRow_[x]) & 1) == 0; };
+                if (int r = t - kProductEdge; r >= kProductEdge && r < h_ - kProductEdge && holdsSites(r))
                     products(x, r);
-                if (int r = t - 14; r >= 14 && r < h_ - 14)
+                if (int r = t - kGainEdge; r >= kGainEdge && r < h_ - kGainEdge && holdsSites(r))
                     gains(x, r);
-                if (int r = t - 19; r >= 19 && r < h_ - 19)
+                if (int r = t - kPredictionEdge; r >= kPredictionEdge && r < h_ - kPredictionEdge)
                     prediction(x, r);
-                if (int r = t - kPad; r >= kPad && r < h_ - kPad)
+                if (int r = t - kPredictionEdge - 1; r >= kPad && r < h_ - kPad)
                     addResidual(p(kPrediction + x, r), p(kResidual + x, r - 1),
                                 p(kResidual + x, r), p(kResidual + x, r + 1), p(kMosaic, r),
                                 mask_[r & 1][x].data(), colourRow_[x].data(), kPad, w_ - kPad,
                                 maxValue_);
             }
-            if (int r = t - kPad; r >= kPad && r < h_ - kPad)
+            if (int r = t - kPredictionEdge - 1; r >= kPad && r < h_ - kPad)
                 writePixels(r, x0, outCols);
         }
     }
@@ -537,9 +541,15 @@ private:
     int firstSite(int x, int margin) const { return (margin - siteColumn_[x]) / 2; }
     int endSite(int x, int margin) const { return (w_ - margin - 1 - siteColumn_[x]) / 2 + 1; }
 
+    // The sites of colour x whose gains and offsets the prediction's means read (sites j - 2
+    // to j + 3 for the outputs at j), and those whose products the gains read (3 sites more on
+    // each side). At the far edge of an odd site phase the last ones lie one column beyond
+    // the valid products or green; they serve only outputs that are not used.
+    int firstGainSite(int x) const { return firstSite(x, kPredictionEdge) - 2; }
+    int endGainSite(int x) const { return endSite(x, kPredictionEdge) + 3; }
+
     // The guided-filter products of colour x at its sites of row r (a row that holds them),
-    // one per site. The last columns reach two beyond the valid green for sums that are not
-    // used.
+    // one per site.
     void products(int x, int r)
     {
         const int s = siteColumn_[x];
@@ -547,13 +557,11 @@ private:
         siteProducts(p(kGreenPlane, r - 2) + s, p(kGreenPlane, r) + s, p(kGreenPlane, r + 2) + s,
                      p(kMosaic, r - 2) + s, p(kMosaic, r) + s, p(kMosaic, r + 2) + s,
                      p(base, r), p(base + 1, r), p(base + 2, r), p(base + 3, r),
-                     firstSite(x, 14) - 2, endSite(x, 14) + 3);
+                     firstGainSite(x) - 3, endGainSite(x) + 3);
     }
 
-    // Row r of the 11 x 11 box sum of the products of colour x in ring `from` into `to`: the
-    // sum over a window is the sum over the sites it holds, which is what the dense sum of a
-    // plane zero between the sites gives, bit for bit, at half the rows and a quarter of the
-    // points.
+    // Row r of the sums of ring `from`, which holds values at the sites of colour x, over the
+    // sites within 5 rows and columns of each pixel, into `to`, columns [margin, w - margin).
     void siteBoxSum(int from, float* to, int x, int r, int margin)
     {
         const float* rowsIn[6];
@@ -567,38 +575,33 @@ private:
         sumSiteColumns(tmp_.data(), to + siteColumn_[x], lo, hi);
     }
 
-    // Gain and offset of every window centred on row r for colour x, columns 14 to w - 14.
+    // Gain and offset of the windows centred on the sites of colour x on row r (a row that
+    // holds them), stored by site: the sites that the averages of the prediction read.
     void gains(int x, int r)
     {
         const int base = kProducts + 4 * x;
-        siteBoxSum(base, sumGG_.data(), x, r, 14);
-        siteBoxSum(base + 1, sumGM_.data(), x, r, 14);
-        siteBoxSum(base + 2, sumGS_.data(), x, r, 14);
-        siteBoxSum(base + 3, sumMS_.data(), x, r, 14);
-        gainAndOffset(sumGG_.data(), sumGM_.data(), sumGS_.data(), sumMS_.data(),
-                      invCount_[r & 1][x].data(), p(kGain + 2 * x, r), p(kGain + 2 * x + 1, r),
-                      14, w_ - 14, gainEps_);
-    }
-
-    // Row r of the 11 x 11 box sum of ring `from` into `to`, columns [margin, w - margin).
-    void denseBoxSum(int from, float* to, int r, int margin)
-    {
-        const float* rowsIn[11];
-        for (int k = 0; k < 11; ++k)
-            rowsIn[k] = p(from, r - 5 + k);
-        sumElevenRows(rowsIn, tmp_.data(), margin - 5, w_ - margin + 5);
-        sumElevenColumns(tmp_.data(), to, margin, w_ - margin);
+        const int lo = firstGainSite(x), hi = endGainSite(x);
+        float* sums[4] = {sumGG_.data(), sumGM_.data(), sumGS_.data(), sumMS_.data()};
+        const float* rowsIn[7];
+        for (int k = 0; k < 4; ++k) {
+            for (int i = 0; i < 7; ++i)
+                rowsIn[i] = p(base + k, r - 6 + 2 * i);
+            sumSevenRows(rowsIn, tmp_.data(), lo - 3, hi + 3);
+            sumSevenColumns(tmp_.data(), sums[k], lo, hi);
+        }
+        gainAndOffset(sums[0], sums[1], sums[2], sums[3], p(kGain + 2 * x, r),
+                      p(kGain + 2 * x + 1, r), lo, hi, gainEps_);
     }
 
     // Prediction of colour x on row r from the gains and offsets averaged over the windows
-    // that cover each pixel, and its residual at the colour's sites; columns 19 to w - 19.
+    // that cover each pixel, and its residual at the colour's sites.
     void prediction(int x, int r)
     {
-        denseBoxSum(kGain + 2 * x, meanA_.data(), r, 19);
-        denseBoxSum(kGain + 2 * x + 1, meanB_.data(), r, 19);
-        predict(meanA_.data(), meanB_.data(), p(kGreenPlane, r), p(kMosaic, r),
-                mask_[r & 1][x].data(), p(kPrediction + x, r), p(kResidual + x, r), 19, w_ - 19,
-                maxValue_);
+        siteBoxSum(kGain + 2 * x, meanA_.data(), x, r, kPredictionEdge);
+        siteBoxSum(kGain + 2 * x + 1, meanB_.data(), x, r, kPredictionEdge);
+        predict(meanA_.data(), meanB_.data(), invCount_[r & 1][x].data(), p(kGreenPlane, r),
+                p(kMosaic, r), mask_[r & 1][x].data(), p(kPrediction + x, r),
+                p(kResidual + x, r), kPredictionEdge, w_ - kPredictionEdge, maxValue_);
     }
 
     const uint16_t* in_;
