@@ -292,19 +292,35 @@ void predict(const float* __restrict sumA, const float* __restrict sumB,
     }
 }
 
-// The colour at every pixel of a row: prediction plus bilinearly spread residuals; the sample
-// at the colour's own sites.
-void addResidual(const float* __restrict q, const float* __restrict rUp,
-                 const float* __restrict r, const float* __restrict rDown,
-                 const float* __restrict m, const float* __restrict mask,
-                 float* __restrict colour, int lo, int hi, float maxValue)
+// The colour at every pixel of a row: the prediction plus the residuals spread bilinearly, and
+// the sample itself at the colour's own sites. The residuals are zero between the sites, so
+// each kind of pixel adds only its own neighbours: on a row that holds sites, the two in the
+// row; on the rows between, the two above and below a site's column, and the four diagonal
+// ones elsewhere. The row pointers are offset so that the site columns are the even ones 2j.
+void siteRowColour(const float* __restrict q, const float* __restrict r,
+                   const float* __restrict m, float* __restrict colour, int lo, int hi,
+                   float maxValue)
 {
-    for (int c = lo; c < hi; ++c) {
-        const float cross = (r[c - 1] + r[c + 1]) + (rUp[c] + rDown[c]);
+    for (int j = lo; j < hi; ++j)
+        colour[2 * j] = m[2 * j];
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j + 1;
+        colour[c] = clampTo(q[c] + 0.5f * (r[c - 1] + r[c + 1]), maxValue);
+    }
+}
+
+void otherRowColour(const float* __restrict q, const float* __restrict rUp,
+                    const float* __restrict rDown, float* __restrict colour, int lo, int hi,
+                    float maxValue)
+{
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j;
+        colour[c] = clampTo(q[c] + 0.5f * (rUp[c] + rDown[c]), maxValue);
+    }
+    for (int j = lo; j < hi; ++j) {
+        const int c = 2 * j + 1;
         const float diagonal = (rUp[c - 1] + rUp[c + 1]) + (rDown[c - 1] + rDown[c + 1]);
-        const float v = clampTo(q[c] + r[c] + 0.5f * cross + 0.25f * diagonal, maxValue);
-        const float own = m[c];
-        colour[c] = mask[c] != 0.0f ? own : v;
+        colour[c] = clampTo(q[c] + 0.25f * diagonal, maxValue);
     }
 }
 
@@ -451,10 +467,7 @@ private:
                 if (int r = t - kPredictionEdge; r >= kPredictionEdge && r < h_ - kPredictionEdge)
                     prediction(x, r);
                 if (int r = t - kPredictionEdge - 1; r >= kPad && r < h_ - kPad)
-                    addResidual(p(kPrediction + x, r), p(kResidual + x, r - 1),
-                                p(kResidual + x, r), p(kResidual + x, r + 1), p(kMosaic, r),
-                                mask_[r & 1][x].data(), colourRow_[x].data(), kPad, w_ - kPad,
-                                maxValue_);
+                    colourRow(x, r);
             }
             if (int r = t - kPredictionEdge - 1; r >= kPad && r < h_ - kPad)
                 writePixels(r, x0, outCols);
@@ -591,6 +604,20 @@ private:
         }
         gainAndOffset(sums[0], sums[1], sums[2], sums[3], p(kGain + 2 * x, r),
                       p(kGain + 2 * x + 1, r), lo, hi, gainEps_);
+    }
+
+    // Colour x of row r, columns kPad - 2 to w - kPad + 1 (site pairs).
+    void colourRow(int x, int r)
+    {
+        const int s = siteColumn_[x];
+        const int lo = (kPad - 1 - s) / 2, hi = (w_ - kPad - s) / 2 + 1;
+        if (((r - siteRow_[x]) & 1) == 0)
+            siteRowColour(p(kPrediction + x, r) + s, p(kResidual + x, r) + s, p(kMosaic, r) + s,
+                          colourRow_[x].data() + s, lo, hi, maxValue_);
+        else
+            otherRowColour(p(kPrediction + x, r) + s, p(kResidual + x, r - 1) + s,
+                           p(kResidual + x, r + 1) + s, colourRow_[x].data() + s, lo, hi,
+                           maxValue_);
     }
 
     // Prediction of colour x on row r from the gains and offsets averaged over the windows
