@@ -42,6 +42,7 @@
 #include <vector>
 
 #include "BayerMirror.h"
+#include "RgbRows.h"
 
 namespace {
 
@@ -88,6 +89,7 @@ bool resolvePattern(const char* pattern, int colour[2][2])
 }
 
 using bayer::mirror;
+using bayer::writeRow;
 
 float clampTo(float v, float maxValue)
 {
@@ -324,37 +326,17 @@ void otherRowColour(const float* __restrict q, const float* __restrict rUp,
     }
 }
 
-// Rounds a row of one plane to 16-bit samples (the values lie in [0, 65535]).
-__attribute__((noinline)) void roundRow(const float* __restrict in, uint16_t* __restrict out,
-                                        int n)
+// Rounds a row of one plane to 16-bit samples (the values lie in [0, 65535]), split into its
+// even and odd columns for writeRow: n columns from the first one.
+__attribute__((noinline)) void roundSplit(const float* __restrict in, uint16_t* __restrict even,
+                                          uint16_t* __restrict odd, int n)
 {
-    for (int c = 0; c < n; ++c)
-        out[c] = static_cast<uint16_t>(static_cast<int>(in[c] + 0.5f));
-}
-
-// Interleaves three rows of samples into RGB, four pixels (three 64-bit words) at a time:
-// SSE2 has no three-way interleave, and one word store in place of four sample stores is
-// the cheaper way on every target.
-void interleave(const uint16_t* __restrict red, const uint16_t* __restrict green,
-                const uint16_t* __restrict blue, uint16_t* __restrict out, int n)
-{
-    int c = 0;
-    // The words hold the samples in memory order on a little-endian machine only.
-    const bool words = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
-    for (; words && c + 4 <= n; c += 4) {
-        const uint64_t r0 = red[c], r1 = red[c + 1], r2 = red[c + 2], r3 = red[c + 3];
-        const uint64_t g0 = green[c], g1 = green[c + 1], g2 = green[c + 2], g3 = green[c + 3];
-        const uint64_t b0 = blue[c], b1 = blue[c + 1], b2 = blue[c + 2], b3 = blue[c + 3];
-        const uint64_t pixels[3] = {r0 | g0 << 16 | b0 << 32 | r1 << 48,
-                                    g1 | b1 << 16 | r2 << 32 | g2 << 48,
-                                    b2 | r3 << 16 | g3 << 32 | b3 << 48};
-        std::memcpy(out + 3 * c, pixels, sizeof pixels);
+    for (int k = 0; k < n / 2; ++k) {
+        even[k] = static_cast<uint16_t>(static_cast<int>(in[2 * k] + 0.5f));
+        odd[k] = static_cast<uint16_t>(static_cast<int>(in[2 * k + 1] + 0.5f));
     }
-    for (; c < n; ++c) {
-        out[3 * c] = red[c];
-        out[3 * c + 1] = green[c];
-        out[3 * c + 2] = blue[c];
-    }
+    if (n & 1)
+        even[n / 2] = static_cast<uint16_t>(static_cast<int>(in[n - 1] + 0.5f));
 }
 
 class Demosaicer {
@@ -375,8 +357,9 @@ public:
         for (std::vector<float>* row : {&sumGG_, &sumGM_, &sumGS_, &sumMS_, &meanA_, &meanB_,
                                         &colourRow_[0], &colourRow_[1], &tmp_})
             row->assign(w_, 0.0f);
-        for (std::vector<uint16_t>& row : samples_)
-            row.resize(w_);
+        halfStride_ = w_ / 2 + 1;
+        samples_.resize(6 * static_cast<size_t>(halfStride_));
+        pairs_.resize(3 * static_cast<size_t>(w_ + 1));
         columns_.resize(w_);
         // Per row parity and column of a strip: the site masks and the sign of the colour
         // difference. Strips start on even columns, so these hold for every strip.
@@ -478,10 +461,15 @@ private:
     void writePixels(int r, int x0, int outCols)
     {
         const float* planes[3] = {colourRow_[0].data(), p(kGreenPlane, r), colourRow_[1].data()};
-        for (int k = 0; k < 3; ++k)
-            roundRow(planes[k] + kPad, samples_[k].data(), outCols);
-        interleave(samples_[0].data(), samples_[1].data(), samples_[2].data(),
-                   out_ + (static_cast<size_t>(r - kPad) * cols_ + x0) * 3, outCols);
+        uint16_t* split[2][3];
+        for (int k = 0; k < 3; ++k) {
+            split[0][k] = samples_.data() + (2 * k) * halfStride_;
+            split[1][k] = samples_.data() + (2 * k + 1) * halfStride_;
+            roundSplit(planes[k] + kPad, split[0][k], split[1][k], outCols);
+        }
+        writeRow(split[0][0], split[0][1], split[0][2], split[1][0], split[1][1], split[1][2],
+                 pairs_.data(), w_ + 1, out_ + (static_cast<size_t>(r - kPad) * cols_ + x0) * 3,
+                 outCols);
     }
 
     // Frame column of every strip column, mirrored outside the frame.
@@ -644,7 +632,10 @@ private:
     Ring rings_[kRingCount];
     // Rows used only by the step that fills them.
     std::vector<float> sumGG_, sumGM_, sumGS_, sumMS_, meanA_, meanB_, colourRow_[2], tmp_;
-    std::vector<uint16_t> samples_[3];  // rounded red, green, blue of the output row
+    // Rounded red, green, blue of the output row, even and odd columns, and writeRow's scratch.
+    int halfStride_ = 0;
+    std::vector<uint16_t> samples_;
+    std::vector<uint16_t> pairs_;
     std::vector<int> columns_;  // frame column of each strip column, for the mirrored ones
     int otherColumn_[2] = {0, 0};  // [row parity]: column parity of the red or blue sites
     std::vector<float> sign_[2];
