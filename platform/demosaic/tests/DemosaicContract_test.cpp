@@ -32,7 +32,8 @@ protected:
 
 // A uniform colour has no gradients and constant colour differences, so every pixel, borders
 // included, must come back exactly, at every depth; wrong phase handling shows as swapped or
-// mixed channels, a depth-dependent constant as an offset. 70 x 300 spans several tiles.
+// mixed channels, a depth-dependent constant as an offset. 70 x 300 has an interior beyond
+// every method's border context.
 TEST_P(DemosaicContract, FlatColourComesBackEverywhere)
 {
     for (int bits : {1, 8, 12, 16}) {
