@@ -215,38 +215,60 @@ __attribute__((noinline)) void lineCoefficients(const float* __restrict x, int s
 
 // Predicts from the mean gain and offset of the windows over each pixel: the pixel's own colour
 // (guide: mean of the neighbours), whose error against the sample goes to `residual`, and the
-// missing colour (guide: the sample), into `missing`. Pixels where windows are centred average
-// the five centred 0, 2 and 4 pixels away, which hold the pixel's colour as their own; the
-// pixels between them the six centred 1, 3 and 5 pixels away, which hold it as their other.
-// Reads offsets -5 .. 5 of the coefficients, -1 .. 1 of the mosaic.
-template <int kSpacing, bool kCentre>
-__attribute__((noinline)) void linePredict(const float* __restrict x, const float* __restrict aOwn,
-                                           const float* __restrict bOwn,
-                                           const float* __restrict aOther,
-                                           const float* __restrict bOther, int step,
-                                           float* __restrict residual, float* __restrict missing,
-                                           int lo, int hi)
+// missing colour (guide: the sample), into `missing`.
+inline void predictPixel(const float* __restrict x, int c, int step, const float sum[4], float scale,
+                         float* __restrict residual, float* __restrict missing)
 {
-    // [own colour's gain, offset; missing colour's gain, offset] of the windows.
-    const float* __restrict own0 = kCentre ? aOwn : aOther;
-    const float* __restrict own1 = kCentre ? bOwn : bOther;
-    const float* __restrict miss0 = kCentre ? aOther : aOwn;
-    const float* __restrict miss1 = kCentre ? bOther : bOwn;
-    const float scale = kCentre ? 1.0f / 5.0f : 1.0f / 6.0f;
+    const float guide = 0.5f * (x[c - step] + x[c + step]);
+    residual[c] = x[c] - ((sum[0] * scale) * guide + sum[1] * scale);
+    missing[c] = (sum[2] * scale) * x[c] + sum[3] * scale;
+}
+
+// Pixels where windows are centred average the five windows centred 0, 2 and 4 pixels away,
+// which hold the pixel's colour as their own. Their sums of aOwn, bOwn, aOther and bOther go to
+// `sums` for the pixels between. Reads offsets -4 .. 4 of the coefficients, -1 .. 1 of the
+// mosaic.
+template <int kSpacing>
+__attribute__((noinline)) void predictAtCentres(
+    const float* __restrict x, const float* __restrict aOwn, const float* __restrict bOwn,
+    const float* __restrict aOther, const float* __restrict bOther, int step,
+    float* __restrict residual, float* __restrict missing, float* __restrict sumAOwn,
+    float* __restrict sumBOwn, float* __restrict sumAOther, float* __restrict sumBOther, int lo,
+    int hi)
+{
     for (int j = lo; j < hi; ++j) {
         const int c = kSpacing * j;
-        float sum[4] = {0, 0, 0, 0};
-#pragma GCC unroll 6
-        for (int k = kCentre ? -4 : -5; k <= 5; k += 2) {
-            const int at = c + k * step;
-            sum[0] += own0[at];
-            sum[1] += own1[at];
-            sum[2] += miss0[at];
-            sum[3] += miss1[at];
-        }
-        const float guide = 0.5f * (x[c - step] + x[c + step]);
-        residual[c] = x[c] - ((sum[0] * scale) * guide + sum[1] * scale);
-        missing[c] = (sum[2] * scale) * x[c] + sum[3] * scale;
+        const int s = 2 * step;
+        const float sum[4] = {
+            (((aOwn[c - 2 * s] + aOwn[c - s]) + aOwn[c]) + aOwn[c + s]) + aOwn[c + 2 * s],
+            (((bOwn[c - 2 * s] + bOwn[c - s]) + bOwn[c]) + bOwn[c + s]) + bOwn[c + 2 * s],
+            (((aOther[c - 2 * s] + aOther[c - s]) + aOther[c]) + aOther[c + s]) + aOther[c + 2 * s],
+            (((bOther[c - 2 * s] + bOther[c - s]) + bOther[c]) + bOther[c + s]) + bOther[c + 2 * s]};
+        sumAOwn[c] = sum[0];
+        sumBOwn[c] = sum[1];
+        sumAOther[c] = sum[2];
+        sumBOther[c] = sum[3];
+        predictPixel(x, c, step, sum, 1.0f / 5.0f, residual, missing);
+    }
+}
+
+// The pixels between the centres average the six windows centred 1, 3 and 5 pixels away, which
+// hold the pixel's colour as their other: the five sums of the centre before (`sum...` at c)
+// plus the window 5 pixels on. Reads offset 5 of the coefficients, -1 .. 1 of the mosaic.
+template <int kSpacing>
+__attribute__((noinline)) void predictBetweenCentres(
+    const float* __restrict x, const float* __restrict aOwn, const float* __restrict bOwn,
+    const float* __restrict aOther, const float* __restrict bOther, int step,
+    float* __restrict residual, float* __restrict missing, const float* __restrict sumAOwn,
+    const float* __restrict sumBOwn, const float* __restrict sumAOther,
+    const float* __restrict sumBOther, int lo, int hi)
+{
+    for (int j = lo; j < hi; ++j) {
+        const int c = kSpacing * j;
+        const int far = c + 5 * step;
+        const float sum[4] = {sumAOther[c] + aOther[far], sumBOther[c] + bOther[far],
+                              sumAOwn[c] + aOwn[far], sumBOwn[c] + bOwn[far]};
+        predictPixel(x, c, step, sum, 1.0f / 6.0f, residual, missing);
     }
 }
 
@@ -485,6 +507,10 @@ public:
         }
         for (std::vector<float>& row : rowScratch_)
             row.assign(w_, 0.0f);
+        for (int k = 0; k < 4; ++k) {
+            rowSums_[k].assign(w_, 0.0f);
+            columnSums_[k].assign(w_, 0.0f);
+        }
         for (std::vector<float>* row : {&sumGG_, &sumGM_, &sumGS_, &sumMS_, &meanA_, &meanB_,
                                         &colourRow_[0], &colourRow_[1], &tmp_})
             row->assign(w_, 0.0f);
@@ -572,7 +598,9 @@ private:
             rowDifferences(t);
             if (int r = t - kCoefficientEdge; inside(r, kCoefficientEdge) && (r & 1) == 0)
                 columnCoefficients(r);
-            if (int r = t - kLinePredictionEdge; inside(r, kLinePredictionEdge))
+            // From the even row before the first, whose window sums that one uses.
+            if (int r = t - kLinePredictionEdge;
+                r >= kLinePredictionEdge - 1 && r < h_ - kLinePredictionEdge)
                 columnPrediction(r);
             if (int r = t - kDifferenceEdge; inside(r, kDifferenceEdge))
                 lineDifference(p(kMosaic, r), window(kLineResidual, r, 1), p(kLineMissing, r),
@@ -617,12 +645,19 @@ private:
                             first(kCoefficientEdge, 0), end(kCoefficientEdge, 0), gainEps_);
         float* residual = rowScratch_[4].data();
         float* missing = rowScratch_[5].data();
-        linePredict<2, true>(m, coefficient[0], coefficient[1], coefficient[2], coefficient[3], 1,
-                             residual, missing, first(kLinePredictionEdge, 0),
-                             end(kLinePredictionEdge, 0));
-        linePredict<2, false>(m + 1, coefficient[0] + 1, coefficient[1] + 1, coefficient[2] + 1,
-                              coefficient[3] + 1, 1, residual + 1, missing + 1,
-                              first(kLinePredictionEdge, 1), end(kLinePredictionEdge, 1));
+        float* sums[4];
+        for (int k = 0; k < 4; ++k)
+            sums[k] = rowSums_[k].data();
+        // The centres from one before the first pixel between them, whose sums those use.
+        predictAtCentres<2>(m, coefficient[0], coefficient[1], coefficient[2], coefficient[3], 1,
+                            residual, missing, sums[0], sums[1], sums[2], sums[3],
+                            first(kLinePredictionEdge - 1, 0), end(kLinePredictionEdge, 0));
+        // Between the centres, in coordinates offset by one column: the centre before the
+        // pixel at 2j + 1 is at 2j, so the sums are passed unshifted.
+        predictBetweenCentres<2>(m + 1, coefficient[0] + 1, coefficient[1] + 1,
+                                 coefficient[2] + 1, coefficient[3] + 1, 1, residual + 1,
+                                 missing + 1, sums[0], sums[1], sums[2], sums[3],
+                                 first(kLinePredictionEdge, 1), end(kLinePredictionEdge, 1));
         lineDifference(m, rowScratch_[4].data(), rowScratch_[5].data(), sign_[r & 1].data(), 1,
                        p(kDiffH, r), kDifferenceEdge, w_ - kDifferenceEdge);
     }
@@ -642,11 +677,23 @@ private:
 
     void columnPrediction(int r)
     {
-        const auto predict = (r & 1) == 0 ? linePredict<1, true> : linePredict<1, false>;
-        predict(window(kMosaic, r, 1), window(kLineCoefficients, r, 5),
-                window(kLineCoefficients + 1, r, 5), window(kLineCoefficients + 2, r, 5),
-                window(kLineCoefficients + 3, r, 5), w_, p(kLineResidual, r), p(kLineMissing, r),
-                kGradientEdge, w_ - kGradientEdge);
+        // An odd row uses the sums of the even row before it, the last one predicted.
+        float* sums[4];
+        for (int k = 0; k < 4; ++k)
+            sums[k] = columnSums_[k].data();
+        const float* coefficient[4];
+        for (int k = 0; k < 4; ++k)
+            coefficient[k] = window(kLineCoefficients + k, r, 5);
+        if ((r & 1) == 0)
+            predictAtCentres<1>(window(kMosaic, r, 1), coefficient[0], coefficient[1],
+                                coefficient[2], coefficient[3], w_, p(kLineResidual, r),
+                                p(kLineMissing, r), sums[0], sums[1], sums[2], sums[3],
+                                kGradientEdge, w_ - kGradientEdge);
+        else
+            predictBetweenCentres<1>(window(kMosaic, r, 1), coefficient[0], coefficient[1],
+                                     coefficient[2], coefficient[3], w_, p(kLineResidual, r),
+                                     p(kLineMissing, r), sums[0], sums[1], sums[2], sums[3],
+                                     kGradientEdge, w_ - kGradientEdge);
         rings_[kLineResidual].publish(r);
     }
 
@@ -829,6 +876,8 @@ private:
     // Rows used only by the step that fills them.
     std::vector<float> sumGG_, sumGM_, sumGS_, sumMS_, meanA_, meanB_, colourRow_[2], tmp_;
     std::vector<float> rowScratch_[6];  // the line filter along a row: 4 coefficients, 2 results
+    // Window sums of the last centres along the row and down the columns (predictAtCentres).
+    std::vector<float> rowSums_[4], columnSums_[4];
     // Rounded red, green, blue of the output row, even and odd columns, and writeRow's scratch.
     int halfStride_ = 0;
     std::vector<uint16_t> samples_;
