@@ -101,10 +101,11 @@ bool resolvePattern(const char* pattern, int colour[2][2])
 using bayer::mirror;
 using bayer::writeRow;
 
+// v limited to [0, maxValue]; a NaN becomes 0, so no step can hand one on.
 float clampTo(float v, float maxValue)
 {
-    v = v < 0.0f ? 0.0f : v;
-    return v > maxValue ? maxValue : v;
+    v = v > 0.0f ? v : 0.0f;
+    return v < maxValue ? v : maxValue;
 }
 
 // The last rows of one plane of a strip: row r at r mod rows (a power of two). A ring that
@@ -202,7 +203,8 @@ __attribute__((noinline)) void lineCoefficients(const float* __restrict x, int s
         for (int i = 0; i < 2; ++i) {
             const float meanG = 0.5f * (sum[i][0] * inv[i]), meanV = sum[i][1] * inv[i];
             const float cov = 0.5f * (sum[i][2] * inv[i]) - meanG * meanV;
-            const float var = 0.25f * (sum[i][3] * inv[i]) - meanG * meanG;
+            // Never below zero, as rounding could make it where the guide is flat.
+            const float var = std::max(0.25f * (sum[i][3] * inv[i]) - meanG * meanG, 0.0f);
             a[i] = cov / (var + eps);
             b[i] = (meanV + sampleRef[i]) - a[i] * (meanG + guideRef[i]);
         }
@@ -215,13 +217,16 @@ __attribute__((noinline)) void lineCoefficients(const float* __restrict x, int s
 
 // Predicts from the mean gain and offset of the windows over each pixel: the pixel's own colour
 // (guide: mean of the neighbours), whose error against the sample goes to `residual`, and the
-// missing colour (guide: the sample), into `missing`.
-inline void predictPixel(const float* __restrict x, int c, int step, const float sum[4], float scale,
-                         float* __restrict residual, float* __restrict missing)
+// missing colour (guide: the sample), into `missing`. Both predictions are clipped to the
+// sample range: where a window's guide is nearly flat its gain can be huge, and an unclipped
+// prediction would carry that into the colour differences (and their squares into overflow).
+inline void predictPixel(const float* __restrict x, int c, int step, const float sum[4],
+                         float scale, float maxValue, float* __restrict residual,
+                         float* __restrict missing)
 {
     const float guide = 0.5f * (x[c - step] + x[c + step]);
-    residual[c] = x[c] - ((sum[0] * scale) * guide + sum[1] * scale);
-    missing[c] = (sum[2] * scale) * x[c] + sum[3] * scale;
+    residual[c] = x[c] - clampTo((sum[0] * scale) * guide + sum[1] * scale, maxValue);
+    missing[c] = clampTo((sum[2] * scale) * x[c] + sum[3] * scale, maxValue);
 }
 
 // Pixels where windows are centred average the five windows centred 0, 2 and 4 pixels away,
@@ -234,7 +239,7 @@ __attribute__((noinline)) void predictAtCentres(
     const float* __restrict aOther, const float* __restrict bOther, int step,
     float* __restrict residual, float* __restrict missing, float* __restrict sumAOwn,
     float* __restrict sumBOwn, float* __restrict sumAOther, float* __restrict sumBOther, int lo,
-    int hi)
+    int hi, float maxValue)
 {
     for (int j = lo; j < hi; ++j) {
         const int c = kSpacing * j;
@@ -248,7 +253,7 @@ __attribute__((noinline)) void predictAtCentres(
         sumBOwn[c] = sum[1];
         sumAOther[c] = sum[2];
         sumBOther[c] = sum[3];
-        predictPixel(x, c, step, sum, 1.0f / 5.0f, residual, missing);
+        predictPixel(x, c, step, sum, 1.0f / 5.0f, maxValue, residual, missing);
     }
 }
 
@@ -261,14 +266,14 @@ __attribute__((noinline)) void predictBetweenCentres(
     const float* __restrict aOther, const float* __restrict bOther, int step,
     float* __restrict residual, float* __restrict missing, const float* __restrict sumAOwn,
     const float* __restrict sumBOwn, const float* __restrict sumAOther,
-    const float* __restrict sumBOther, int lo, int hi)
+    const float* __restrict sumBOther, int lo, int hi, float maxValue)
 {
     for (int j = lo; j < hi; ++j) {
         const int c = kSpacing * j;
         const int far = c + 5 * step;
         const float sum[4] = {sumAOther[c] + aOther[far], sumBOther[c] + bOther[far],
                               sumAOwn[c] + aOwn[far], sumBOwn[c] + bOwn[far]};
-        predictPixel(x, c, step, sum, 1.0f / 6.0f, residual, missing);
+        predictPixel(x, c, step, sum, 1.0f / 6.0f, maxValue, residual, missing);
     }
 }
 
@@ -651,13 +656,15 @@ private:
         // The centres from one before the first pixel between them, whose sums those use.
         predictAtCentres<2>(m, coefficient[0], coefficient[1], coefficient[2], coefficient[3], 1,
                             residual, missing, sums[0], sums[1], sums[2], sums[3],
-                            first(kLinePredictionEdge - 1, 0), end(kLinePredictionEdge, 0));
+                            first(kLinePredictionEdge - 1, 0), end(kLinePredictionEdge, 0),
+                            maxValue_);
         // Between the centres, in coordinates offset by one column: the centre before the
         // pixel at 2j + 1 is at 2j, so the sums are passed unshifted.
         predictBetweenCentres<2>(m + 1, coefficient[0] + 1, coefficient[1] + 1,
                                  coefficient[2] + 1, coefficient[3] + 1, 1, residual + 1,
                                  missing + 1, sums[0], sums[1], sums[2], sums[3],
-                                 first(kLinePredictionEdge, 1), end(kLinePredictionEdge, 1));
+                                 first(kLinePredictionEdge, 1), end(kLinePredictionEdge, 1),
+                                 maxValue_);
         lineDifference(m, rowScratch_[4].data(), rowScratch_[5].data(), sign_[r & 1].data(), 1,
                        p(kDiffH, r), kDifferenceEdge, w_ - kDifferenceEdge);
     }
@@ -688,12 +695,12 @@ private:
             predictAtCentres<1>(window(kMosaic, r, 1), coefficient[0], coefficient[1],
                                 coefficient[2], coefficient[3], w_, p(kLineResidual, r),
                                 p(kLineMissing, r), sums[0], sums[1], sums[2], sums[3],
-                                kGradientEdge, w_ - kGradientEdge);
+                                kGradientEdge, w_ - kGradientEdge, maxValue_);
         else
             predictBetweenCentres<1>(window(kMosaic, r, 1), coefficient[0], coefficient[1],
                                      coefficient[2], coefficient[3], w_, p(kLineResidual, r),
                                      p(kLineMissing, r), sums[0], sums[1], sums[2], sums[3],
-                                     kGradientEdge, w_ - kGradientEdge);
+                                     kGradientEdge, w_ - kGradientEdge, maxValue_);
         rings_[kLineResidual].publish(r);
     }
 
