@@ -291,7 +291,7 @@ void lineDifference(const float* __restrict x, const float* __restrict residual,
     }
 }
 
-// Sums of five and six rows, columns lo..hi, added top to bottom in one pass: the sum
+// Sums of five, six or seven rows, columns lo..hi, added top to bottom in one pass: the sum
 // stays in a register instead of going through memory once per row. Kept out of line: inlined
 // into a caller that picks the rows, the compiler loses sight of the restrict qualifiers and
 // leaves the loop scalar.
@@ -306,10 +306,15 @@ __attribute__((noinline)) void sumRows(const float* const* in, float* __restrict
     if (taps == 5) {
         for (int c = lo; c < hi; ++c)
             out[c] = (((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c];
-    } else {
+    } else if (taps == 6) {
         const float* __restrict r5 = in[5];
         for (int c = lo; c < hi; ++c)
             out[c] = ((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c];
+    } else {
+        const float* __restrict r5 = in[5];
+        const float* __restrict r6 = in[6];
+        for (int c = lo; c < hi; ++c)
+            out[c] = (((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c]) + r6[c];
     }
 }
 
@@ -336,20 +341,6 @@ __attribute__((noinline)) void sumSiteColumns(const float* __restrict in, float*
     }
 }
 
-// Sums of seven rows, columns lo..hi, added top to bottom.
-__attribute__((noinline)) void sumSevenRows(const float* const* in, float* __restrict out,
-                                            int lo, int hi)
-{
-    const float* __restrict r0 = in[0];
-    const float* __restrict r1 = in[1];
-    const float* __restrict r2 = in[2];
-    const float* __restrict r3 = in[3];
-    const float* __restrict r4 = in[4];
-    const float* __restrict r5 = in[5];
-    const float* __restrict r6 = in[6];
-    for (int c = lo; c < hi; ++c)
-        out[c] = (((((r0[c] + r1[c]) + r2[c]) + r3[c]) + r4[c]) + r5[c]) + r6[c];
-}
 // out[j] = sum of in[j - 3 .. j + 3], j = lo..hi, added from left to right.
 __attribute__((noinline)) void sumSevenColumns(const float* __restrict in, float* __restrict out,
                                                int lo, int hi)
@@ -837,7 +828,7 @@ private:
         for (int k = 0; k < 4; ++k) {
             for (int i = 0; i < 7; ++i)
                 rowsIn[i] = p(base + k, r - 6 + 2 * i);
-            sumSevenRows(rowsIn, tmp_.data(), lo - 3, hi + 3);
+            sumRows(rowsIn, tmp_.data(), lo - 3, hi + 3, 7);
             sumSevenColumns(tmp_.data(), sums[k], lo, hi);
         }
         gainAndOffset(sums[0], sums[1], sums[2], sums[3], p(kGain + 2 * x, r),
