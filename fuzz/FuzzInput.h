@@ -91,14 +91,21 @@ inline uint64_t rowBytes(PfncFormat_ format, uint64_t width, uint64_t height, ui
 /// Largest caller buffer a target allocates: keeps every input fast.
 constexpr uint64_t kMaxBytes = 1 << 16;
 
-/// True when a copy of an image with this geometry would ask the pool for more than 64 MiB:
-/// images the library owns get memory for every padded row, stride x height, whatever a
-/// caller's buffer stated, and a fuzz run should not spend its time and memory on those.
+/// Most pool memory a target lets one image, copy or conversion ask for. The pool keeps every buffer
+/// it ever handed out (a large one filed under a smaller size once it served a smaller image),
+/// and under AddressSanitizer even an untouched buffer costs an eighth of its size in shadow
+/// memory: with gigabyte requests a run of a few minutes reached libFuzzer's memory limit.
+constexpr uint64_t kMaxPoolBytes = uint64_t{64} << 20;
+
+/// True when a copy of an image with this geometry would ask the pool for more than
+/// kMaxPoolBytes: images the library owns get memory for every padded row, stride x height,
+/// whatever a caller's buffer stated, and a fuzz run should not spend its time and memory on
+/// those.
 inline bool copyTooLarge(PfncFormat_ format, uint32_t width, uint32_t height, int64_t padding) {
     if (padding <= 0) return false;  // then only the packed (32-bit wrapped) byte count
     uint64_t bytes = 0;
     return __builtin_mul_overflow(uint64_t{ZTI::getRowStride(format, width, padding)}, uint64_t{height}, &bytes) ||
-           bytes > (uint64_t{64} << 20);
+           bytes > kMaxPoolBytes;
 }
 
 /// Reads the last byte of a converted image's last row: a conversion that succeeded must have
@@ -167,6 +174,7 @@ inline void useImage(const ZTI::ZTImage& image) {
     ZTI::ZTImage clone = imageutil::cloneValue(image);
     std::shared_ptr<ZTI::ZTImage> shared = imageutil::cloneShared(copy);
     for (PfncFormat_ output : {ZTI::Mono8, ZTI::RGB8, ZTI::Mono16}) {
+        if (ZTI::getPackedByteCount(output, image.getWidth(), image.getHeight()) > kMaxPoolBytes) continue;
         // Listed pairs without colour code abort by design; an application checks canConvert.
         if (!ZTI::ImageConverterFactory::canConvert(output, image.getPixelType()) &&
             ZTI::ImageConverterFactory().createConverter(output, image.getPixelType()))

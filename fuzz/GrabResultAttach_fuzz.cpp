@@ -46,8 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (bytes > fuzz::kMaxBytes) return 0;
     const int priorPadding = static_cast<int>(in.below(9));
     // Copies and unpacked images get memory for every padded row (the frame's padding, or the
-    // one an unpacked image keeps from before).
-    if (fuzz::copyTooLarge(format, width, height, padding) || fuzz::copyTooLarge(Mono16, width, height, priorPadding))
+    // one an unpacked image keeps from before), and at least their (32-bit wrapped) byte count:
+    // the frame format's for a copy, 16 bits per pixel for an unpacked image.
+    if (fuzz::copyTooLarge(format, width, height, padding) || fuzz::copyTooLarge(Mono16, width, height, priorPadding) ||
+        getPackedByteCount(format, width, height) > fuzz::kMaxPoolBytes ||
+        getPackedByteCount(Mono16, width, height) > fuzz::kMaxPoolBytes)
         return 0;
 
     fuzz::Memory frame(bytes);
