@@ -91,10 +91,10 @@ inline uint64_t rowBytes(PfncFormat_ format, uint64_t width, uint64_t height, ui
 /// Largest caller buffer a target allocates: keeps every input fast.
 constexpr uint64_t kMaxBytes = 1 << 16;
 
-/// Most pool memory a target lets one image, copy or conversion ask for. The pool keeps every buffer
-/// it ever handed out (a large one filed under a smaller size once it served a smaller image),
-/// and under AddressSanitizer even an untouched buffer costs an eighth of its size in shadow
-/// memory: with gigabyte requests a run of a few minutes reached libFuzzer's memory limit.
+/// Most pool memory a target lets one image, copy or conversion ask for. The pool keeps every
+/// buffer it ever handed out (a large one filed under a smaller size once it served a smaller
+/// image), and under AddressSanitizer even an untouched buffer costs an eighth of its size in
+/// shadow memory: with gigabyte requests a run of a few minutes reached libFuzzer's memory limit.
 constexpr uint64_t kMaxPoolBytes = uint64_t{64} << 20;
 
 /// True when a copy of an image with this geometry would ask the pool for more than
